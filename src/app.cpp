@@ -1,0 +1,366 @@
+#include "app.h"
+
+#include "kernel_checker.h"
+#include "state.h"
+#include "tux_rgba.h"
+
+#include <fcntl.h>
+#include <gtk/gtk.h>
+#include <libayatana-appindicator/app-indicator.h>
+#include <poll.h>
+#include <sys/mman.h>
+#include <unistd.h>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <clocale>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <thread>
+
+namespace {
+
+constexpr std::chrono::seconds FIRST_CHECK_DELAY{3};
+constexpr std::chrono::seconds SLEEP_STEP{1};
+constexpr int SLEEPS_BETWEEN_CHECKS = 1800;
+
+AppState g_state;
+AppIndicator* g_indicator = nullptr;
+std::atomic<bool> g_running{true};
+std::string g_icon_dir;
+
+// ---- What the process needs before its first thread -----------------------------------------------------------------
+
+/// Gives every closed standard stream a place to go, so that no file of ours takes its number and is then written to
+/// by a library's warning.
+void open_standard_streams() {
+    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
+        // The lowest free number is the one that open() gives.
+        if (fcntl(stream, F_GETFD) < 0) open("/dev/null", O_RDWR);
+    }
+}
+
+/// Appends the folders of the system's tools to the search path: Debian keeps `modinfo` in one, and leaves both out of
+/// an ordinary user's path. Where there is no path at all, the shell's own default has them.
+void extend_search_path() {
+    const char* current = std::getenv("PATH");
+    if (!current) return;
+    std::string path = current;
+    for (const std::string directory : {"/usr/sbin", "/sbin"}) {
+        if ((':' + path + ':').find(':' + directory + ':') == std::string::npos) path += ':' + directory;
+    }
+    setenv("PATH", path.c_str(), 1);
+}
+
+std::string file_contents(const char* path) {
+    const std::ifstream file(path, std::ios::binary);
+    std::ostringstream contents;
+    if (file) contents << file.rdbuf();
+    return std::move(contents).str();
+}
+
+/// Lets the download tool try once, not twenty times: a silent server would hold a check for minutes. `variable` names
+/// the file that the tool reads instead of the machine's own settings; it is made to name a memory file with these
+/// settings and ours behind them. The user's settings are read later and so have the last word.
+void bound_tries(const char* variable, const char* machines_own) {
+    const char* chosen = std::getenv(variable);
+    std::string settings = file_contents(chosen && access(chosen, R_OK) == 0 ? chosen : machines_own);
+    if (!settings.empty() && settings.back() != '\n') settings += '\n';
+    settings += "tries = 1\n";
+
+    const int file = memfd_create("veldrin-wgetrc", 0);
+    if (file < 0) return;
+    if (write(file, settings.data(), settings.size()) != static_cast<ssize_t>(settings.size())) {
+        close(file);
+        return;
+    }
+    setenv(variable, ("/proc/self/fd/" + std::to_string(file)).c_str(), 1);
+}
+
+/// Drops the one notice by which newer versions of the indicator library announce their successor at each start.
+void drop_deprecation_notice(const char* domain, GLogLevelFlags level, const char* message, gpointer data) {
+    if (std::string_view(message).starts_with("libayatana-appindicator is deprecated.")) return;
+    g_log_default_handler(domain, level, message, data);
+}
+
+// ---- Tray icons -----------------------------------------------------------------------------------------------------
+
+/// Draws the penguin on a square of the given colour and writes it as a PNG file named `filename`, without extension.
+void create_tray_icon(const char* filename, guint8 r, guint8 g, guint8 b) {
+    const int SIZE = 22;
+    GdkPixbuf* icon = gdk_pixbuf_new(GDK_COLORSPACE_RGB, TRUE, 8, SIZE, SIZE);
+    const guint32 colour = guint32{r} << 24 | guint32{g} << 16 | guint32{b} << 8 | 255;
+    gdk_pixbuf_fill(icon, colour);
+
+    GdkPixbuf* tux = gdk_pixbuf_new_from_data(tux_tray_rgba, GDK_COLORSPACE_RGB, TRUE, 8, TUX_TRAY_SIZE, TUX_TRAY_SIZE,
+                                              TUX_TRAY_SIZE * 4, nullptr, nullptr);
+    if (tux) {
+        const int w = gdk_pixbuf_get_width(tux);
+        const int h = gdk_pixbuf_get_height(tux);
+        const int dest_x = (SIZE - w) / 2;
+        const int dest_y = (SIZE - h) / 2;
+        gdk_pixbuf_composite(tux, icon, dest_x, dest_y, w, h, dest_x, dest_y, 1.0, 1.0, GDK_INTERP_BILINEAR, 255);
+        g_object_unref(tux);
+    } else {
+        cairo_surface_t* surface = cairo_image_surface_create_for_data(gdk_pixbuf_get_pixels(icon), CAIRO_FORMAT_ARGB32,
+                                                                       SIZE, SIZE, gdk_pixbuf_get_rowstride(icon));
+        cairo_t* cr = cairo_create(surface);
+        cairo_select_font_face(cr, "Sans", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_BOLD);
+        cairo_set_font_size(cr, 14.0);
+        cairo_set_source_rgb(cr, 0, 0, 0);
+        cairo_move_to(cr, 1.0, 17.0);
+        cairo_show_text(cr, "VD");
+        cairo_destroy(cr);
+        cairo_surface_destroy(surface);
+    }
+
+    const std::string path = g_icon_dir + "/" + filename;
+    gdk_pixbuf_save(icon, path.c_str(), "png", nullptr, nullptr);
+    g_object_unref(icon);
+}
+
+/// Makes the icon folder and the three icon files anew: the indicator takes an icon by its path only.
+void setup_icons() {
+    g_icon_dir = std::string(g_get_user_runtime_dir()) + "/VeldrinWatch-icons";
+    g_mkdir_with_parents(g_icon_dir.c_str(), 0755);
+    create_tray_icon("tux-red", 220, 60, 60);
+    create_tray_icon("tux-green", 60, 180, 60);
+    create_tray_icon("tux-white", 240, 240, 240);
+}
+
+/// Shows the icon whose file is `name`.
+void set_icon(const char* name) {
+    const std::string path = g_icon_dir + "/" + name;
+    app_indicator_set_icon_full(g_indicator, path.c_str(), "Veldrin Panel");
+}
+
+/// Returns the path of the icon to start with, from the saved state alone.
+std::string first_icon() {
+    if (!g_state.kernel.empty() && !g_state.stable.empty() && g_state.kernel != g_state.stable) {
+        return g_icon_dir + "/tux-green";
+    }
+    return g_icon_dir + (g_state.kernel.empty() ? "/tux-red" : "/tux-white");
+}
+
+// ---- Label ----------------------------------------------------------------------------------------------------------
+
+const std::string& selected_version(const AppState& s) {
+    if (s.channel == "mainline") return s.mainline;
+    if (s.channel == "longterm") return s.longterm;
+    return s.stable;
+}
+
+/// Shows the chosen channel's version beside the icon. A label once shown stays while the version is unknown.
+void update_label() {
+    const std::string& ver = selected_version(g_state);
+    if (ver.empty()) return;
+    app_indicator_set_label(g_indicator, ver.c_str(), ver.c_str());
+}
+
+// ---- The periodic check ---------------------------------------------------------------------------------------------
+
+/// Takes a check's result, `data`, a KernelVersions on the heap that is ours from here on, into state, label and icon.
+gboolean update_from_fetch(gpointer data) {
+    const std::unique_ptr<KernelVersions> versions(static_cast<KernelVersions*>(data));
+    if (!versions->success) return G_SOURCE_REMOVE;
+
+    g_state.mainline = versions->mainline;
+    g_state.stable = versions->stable;
+    g_state.longterm = versions->longterm;
+    update_label();
+    if (!versions->stable.empty() && versions->stable != g_state.kernel) {
+        g_state.latest_kernel = versions->stable;
+        set_icon("tux-green");
+    }
+    save_state(g_state);
+    return G_SOURCE_REMOVE;
+}
+
+/// The check thread: asks for the newest versions, hands them to the main loop and pauses, until the user quits.
+void background_thread() {
+    std::this_thread::sleep_for(FIRST_CHECK_DELAY);
+    while (g_running) {
+        const KernelVersions versions = fetch_kernel_versions();
+        if (g_running) g_idle_add(update_from_fetch, new KernelVersions(versions));
+        for (int i = 0; i < SLEEPS_BETWEEN_CHECKS && g_running; ++i) std::this_thread::sleep_for(SLEEP_STEP);
+    }
+}
+
+// ---- Menu -----------------------------------------------------------------------------------------------------------
+
+void on_show_info(GtkMenuItem*, gpointer) {}
+
+void on_show_changes(GtkMenuItem*, gpointer) {}
+
+void on_show_system(GtkMenuItem*, gpointer) {}
+
+void on_about(GtkMenuItem*, gpointer) {}
+
+/// The user knows the newest stable version seen, even if none was seen yet.
+void on_save_kernel(GtkMenuItem*, gpointer) {
+    g_state.kernel = g_state.latest_kernel;
+    save_state(g_state);
+    set_icon("tux-white");
+    update_label();
+}
+
+/// The overview window's word that it has assigned another channel. The icon follows stable and stays.
+[[maybe_unused]] void on_channel_changed() {
+    save_state(g_state);
+    update_label();
+}
+
+void on_quit(GtkMenuItem*, gpointer) {
+    // First, so that the check thread posts nothing more.
+    g_running = false;
+    gtk_main_quit();
+}
+
+GtkWidget* create_menu() {
+    GtkWidget* menu = gtk_menu_new();
+    const auto add_item = [menu](const char* label, void (*handler)(GtkMenuItem*, gpointer)) {
+        GtkWidget* item = gtk_menu_item_new_with_label(label);
+        g_signal_connect(item, "activate", G_CALLBACK(handler), nullptr);
+        gtk_menu_shell_append(GTK_MENU_SHELL(menu), item);
+    };
+    const auto add_separator = [menu] { gtk_menu_shell_append(GTK_MENU_SHELL(menu), gtk_separator_menu_item_new()); };
+
+    add_item("Settings", on_show_info);
+    add_item("Latest Changes", on_show_changes);
+    add_item("System & Modules", on_show_system);
+    add_separator();
+    add_item("Acknowledge Update", on_save_kernel);
+    add_item("About", on_about);
+    add_separator();
+    add_item("Quit", on_quit);
+    gtk_widget_show_all(menu);
+    return menu;
+}
+
+// ---- Window signals -------------------------------------------------------------------------------------------------
+//
+// A handler takes GLib's lock, so it may run only while its thread can't hold that lock or the allocator's: the four
+// signals are blocked in every thread, and let in only while the main loop sleeps in its poll.
+
+gboolean open_info_window(gpointer) {
+    return G_SOURCE_REMOVE;
+}
+
+gboolean open_about_dialog(gpointer) {
+    return G_SOURCE_REMOVE;
+}
+
+gboolean open_changes_window(gpointer) {
+    return G_SOURCE_REMOVE;
+}
+
+gboolean open_system_window(gpointer) {
+    return G_SOURCE_REMOVE;
+}
+
+void on_signal_info(int) {
+    g_idle_add(open_info_window, nullptr);
+}
+
+void on_signal_about(int) {
+    g_idle_add(open_about_dialog, nullptr);
+}
+
+void on_signal_changes(int) {
+    g_idle_add(open_changes_window, nullptr);
+}
+
+void on_signal_system(int) {
+    g_idle_add(open_system_window, nullptr);
+}
+
+struct WindowSignal {
+    int number;
+    void (*handler)(int);
+};
+
+std::array<WindowSignal, 4> window_signals() {
+    return {{{SIGUSR1, on_signal_info},
+             {SIGUSR2, on_signal_about},
+             {SIGRTMIN + 1, on_signal_changes},
+             {SIGRTMIN + 2, on_signal_system}}};
+}
+
+sigset_t window_signal_set() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const WindowSignal& signal : window_signals()) sigaddset(&set, signal.number);
+    return set;
+}
+
+/// The main thread's signal mask while its loop sleeps: without the window signals.
+sigset_t g_sleeping_mask;
+
+/// Blocks the window signals in this thread and so in all that it starts.
+void block_window_signals() {
+    const sigset_t set = window_signal_set();
+    pthread_sigmask(SIG_BLOCK, &set, &g_sleeping_mask);
+    for (const WindowSignal& signal : window_signals()) sigdelset(&g_sleeping_mask, signal.number);
+}
+
+/// The main loop's poll, which lets the window signals in for as long as it sleeps.
+gint poll_with_window_signals(GPollFD* fds, guint count, gint milliseconds) {
+    static_assert(sizeof(GPollFD) == sizeof(pollfd), "GLib's record is the system's");
+    const timespec timeout{milliseconds / 1000, milliseconds % 1000 * 1000000L};
+    return ppoll(reinterpret_cast<pollfd*>(fds), count, milliseconds < 0 ? nullptr : &timeout, &g_sleeping_mask);
+}
+
+void install_window_signals() {
+    // A signal that came during start-up has its default action, as it would have had without the block.
+    const sigset_t set = window_signal_set();
+    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+
+    for (const auto& [number, handler] : window_signals()) {
+        signal(number, handler);
+        // One handler inside GLib's lock must not be interrupted by another, which would wait for it for ever.
+        struct sigaction action;
+        sigaction(number, nullptr, &action);
+        action.sa_mask = set;
+        sigaction(number, &action, nullptr);
+    }
+    g_main_context_set_poll_func(nullptr, poll_with_window_signals);
+}
+
+/// What must stand before GTK or any library starts a thread or a child.
+void prepare_process() {
+    open_standard_streams();
+    // A parent that ignores it leaves every child's status unknown, and so every answer empty.
+    signal(SIGCHLD, SIG_DFL);
+    extend_search_path();
+    bound_tries("SYSTEM_WGETRC", "/etc/wgetrc");
+    block_window_signals();
+    g_log_set_handler("libayatana-appindicator", G_LOG_LEVEL_WARNING, drop_deprecation_notice, nullptr);
+}
+
+}  // namespace
+
+void app_run(int argc, char** argv) {
+    prepare_process();
+
+    gtk_init(&argc, &argv);
+    // Numbers are read and written with a point, whatever the user's locale.
+    setlocale(LC_NUMERIC, "C");
+    g_state = load_state();
+    setup_icons();
+
+    g_indicator = app_indicator_new("veldrin-watch", first_icon().c_str(), APP_INDICATOR_CATEGORY_SYSTEM_SERVICES);
+    app_indicator_set_icon_theme_path(g_indicator, g_icon_dir.c_str());
+    app_indicator_set_status(g_indicator, APP_INDICATOR_STATUS_ACTIVE);
+    app_indicator_set_menu(g_indicator, GTK_MENU(create_menu()));
+    update_label();
+
+    install_window_signals();
+    std::thread(background_thread).detach();
+    gtk_main();
+}

@@ -1,0 +1,6 @@
+#include "app.h"
+
+int main(int argc, char** argv) {
+    app_run(argc, argv);
+    return 0;
+}

@@ -1,0 +1,34 @@
+// The addresses that the program asks and names, and nothing else: data only, for any thread. Each can be set by the
+// CMake cache variable of its name, so that an organisation with a mirror of its own builds its own Veldrin.
+#pragma once
+
+// Every site is the scheme https, a host and a closing slash.
+
+#ifndef VELDRIN_RELEASE_SITE
+#define VELDRIN_RELEASE_SITE "https://www.kernel.org/"
+#endif
+
+#ifndef VELDRIN_RELEASE_APEX
+#define VELDRIN_RELEASE_APEX "https://kernel.org/"
+#endif
+
+#ifndef VELDRIN_RELEASE_CDN
+#define VELDRIN_RELEASE_CDN "https://cdn.kernel.org/"
+#endif
+
+#ifndef VELDRIN_GIT_BROWSER
+#define VELDRIN_GIT_BROWSER "https://git.kernel.org/"
+#endif
+
+// A path below the git browser, without slashes at its ends.
+#ifndef VELDRIN_MAINLINE_TREE
+#define VELDRIN_MAINLINE_TREE "pub/scm/linux/kernel/git/mainkeeper/linux.git"
+#endif
+
+#ifndef VELDRIN_WEBSITE
+#define VELDRIN_WEBSITE "https://veldrin.example/"
+#endif
+
+#ifndef VELDRIN_CONTACT
+#define VELDRIN_CONTACT "support@veldrin.example"
+#endif

@@ -1,0 +1,302 @@
+#include "support.h"
+
+#include "state.cpp"
+
+namespace {
+
+/// A HOME of the test's own, with its .config, and no Snap.
+class StateFile : public testing::Test {
+  protected:
+    StateFile() { std::filesystem::create_directory(folder.path() / ".config"); }
+
+    std::filesystem::path file() const { return folder.path() / ".config/VeldrinWatch/app_state.json"; }
+
+    void write_file(const std::string& text) const {
+        std::filesystem::create_directories(file().parent_path());
+        write_text(file(), text);
+    }
+
+    TemporaryFolder folder;
+    Environment snap{"SNAP_USER_DATA", std::nullopt};
+    Environment home{"HOME", folder.path().string()};
+};
+
+const AppState EVERY_FIELD{"7.1.9", "7.2.4", "7.3-rc2", "7.2.4", "6.18.50", "mainline"};
+
+const std::string EVERY_FIELD_TEXT =
+    "{\n"
+    "  \"kernel\": \"7.1.9\",\n"
+    "  \"latest_kernel\": \"7.2.4\",\n"
+    "  \"mainline\": \"7.3-rc2\",\n"
+    "  \"stable\": \"7.2.4\",\n"
+    "  \"longterm\": \"6.18.50\",\n"
+    "  \"channel\": \"mainline\"\n"
+    "}\n";
+
+void expect_equal(const AppState& left, const AppState& right) {
+    EXPECT_EQ(left.kernel, right.kernel);
+    EXPECT_EQ(left.latest_kernel, right.latest_kernel);
+    EXPECT_EQ(left.mainline, right.mainline);
+    EXPECT_EQ(left.stable, right.stable);
+    EXPECT_EQ(left.longterm, right.longterm);
+    EXPECT_EQ(left.channel, right.channel);
+}
+
+TEST(AppStateRecord, DefaultsToEmptyVersionsAndTheStableChannel) {
+    expect_equal(AppState{}, AppState{"", "", "", "", "", "stable"});
+}
+
+// ---- Path ----
+
+TEST(StatePath, IsTheSnapsFolderWhereThatIsSet) {
+    const TemporaryFolder folder;
+    const Environment snap("SNAP_USER_DATA", folder.path().string());
+    const Environment home("HOME", "/nowhere");
+    EXPECT_EQ(get_state_path(), folder.path().string() + "/app_state.json");
+}
+
+TEST(StatePath, TakesAnEmptySnapFolderAsSet) {
+    const Environment snap("SNAP_USER_DATA", "");
+    const Environment home("HOME", "/nowhere");
+    EXPECT_EQ(get_state_path(), "/app_state.json");
+}
+
+TEST(StatePath, LiesBelowTheHomeFolderOtherwise) {
+    const TemporaryFolder folder;
+    const Environment snap("SNAP_USER_DATA", std::nullopt);
+    const Environment home("HOME", folder.path().string());
+    EXPECT_EQ(get_state_path(), folder.path().string() + "/.config/VeldrinWatch/app_state.json");
+}
+
+TEST(StatePath, LiesInTheTemporaryFolderWithoutEither) {
+    const Environment snap("SNAP_USER_DATA", std::nullopt);
+    const Environment home("HOME", std::nullopt);
+    EXPECT_EQ(get_state_path(), "/tmp/app_state.json");
+}
+
+TEST_F(StateFile, PathMakesItsDirectory) {
+    get_state_path();
+    EXPECT_TRUE(std::filesystem::is_directory(file().parent_path()));
+}
+
+TEST_F(StateFile, DirectoryAsksForItsModeUnderTheUmask) {
+    const mode_t before = umask(0027);
+    get_state_path();
+    umask(before);
+    EXPECT_EQ(std::filesystem::status(file().parent_path()).permissions(), std::filesystem::perms{0750});
+}
+
+TEST_F(StateFile, PathMakesOneLevelOnly) {
+    std::filesystem::remove(folder.path() / ".config");
+    get_state_path();
+    EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+}
+
+TEST_F(StateFile, PathFollowsTheEnvironmentOfTheMoment) {
+    get_state_path();
+    const TemporaryFolder other;
+    const Environment snap_now("SNAP_USER_DATA", other.path().string());
+    save_state(EVERY_FIELD);
+    EXPECT_EQ(read_text(other.path() / "app_state.json"), EVERY_FIELD_TEXT);
+    EXPECT_FALSE(std::filesystem::exists(file()));
+}
+
+// ---- Writing ----
+
+TEST_F(StateFile, HoldsExactlyEightLines) {
+    save_state(EVERY_FIELD);
+    EXPECT_EQ(read_text(file()), EVERY_FIELD_TEXT);
+}
+
+TEST_F(StateFile, OfTheDefaultStateHas117Bytes) {
+    save_state(AppState{});
+    EXPECT_EQ(std::filesystem::file_size(file()), 117U);
+}
+
+TEST_F(StateFile, ReplacesLongerContents) {
+    write_file(std::string(5000, 'x'));
+    save_state(EVERY_FIELD);
+    EXPECT_EQ(read_text(file()), EVERY_FIELD_TEXT);
+}
+
+TEST_F(StateFile, GetsItsModeUnderTheUmask) {
+    const mode_t before = umask(0027);
+    save_state(AppState{});
+    umask(before);
+    EXPECT_EQ(std::filesystem::status(file()).permissions(), std::filesystem::perms{0640});
+}
+
+TEST_F(StateFile, KeepsTheModeThatItHas) {
+    write_file("");
+    std::filesystem::permissions(file(), std::filesystem::perms{0600});
+    save_state(AppState{});
+    EXPECT_EQ(std::filesystem::status(file()).permissions(), std::filesystem::perms{0600});
+}
+
+TEST_F(StateFile, IsWrittenInPlace) {
+    write_file("");
+    const std::filesystem::path link = folder.path() / "link";
+    std::filesystem::create_hard_link(file(), link);
+    save_state(EVERY_FIELD);
+    EXPECT_EQ(read_text(link), EVERY_FIELD_TEXT);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(file().parent_path()), {}), 1);
+}
+
+TEST_F(StateFile, TakesValuesByteForByte) {
+    AppState state;
+    state.kernel = "a\"b\\c\nd\xff";
+    save_state(state);
+    EXPECT_EQ(read_text(file()).find("  \"kernel\": \"a\"b\\c\nd\xff\",\n"), 2U);
+}
+
+TEST_F(StateFile, WithoutAConfigFolderIsNotWritten) {
+    std::filesystem::remove(folder.path() / ".config");
+    save_state(EVERY_FIELD);
+    EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+    expect_equal(load_state(), AppState{});
+}
+
+TEST_F(StateFile, ThatIsAFolderIsLeftAlone) {
+    std::filesystem::create_directories(file());
+    save_state(EVERY_FIELD);
+    EXPECT_TRUE(std::filesystem::is_directory(file()));
+}
+
+TEST_F(StateFile, ComesBackWithTheNextSaveAfterItsFolderWasRemoved) {
+    save_state(AppState{});
+    std::filesystem::remove_all(file().parent_path());
+    save_state(EVERY_FIELD);
+    EXPECT_EQ(read_text(file()), EVERY_FIELD_TEXT);
+}
+
+// ---- Reading ----
+
+TEST_F(StateFile, MissingGivesTheDefaults) {
+    expect_equal(load_state(), AppState{});
+}
+
+TEST_F(StateFile, ThatIsAFolderGivesTheDefaults) {
+    std::filesystem::create_directories(file());
+    expect_equal(load_state(), AppState{});
+}
+
+TEST_F(StateFile, EmptyGivesTheDefaults) {
+    write_file("");
+    expect_equal(load_state(), AppState{});
+}
+
+TEST_F(StateFile, OfAnotherFormGivesTheDefaults) {
+    write_file(std::string("\0\xff<html>\n\n", 10) + std::string(100000, '"'));
+    expect_equal(load_state(), AppState{});
+}
+
+TEST_F(StateFile, ReadsWhatWasWritten) {
+    save_state(EVERY_FIELD);
+    expect_equal(load_state(), EVERY_FIELD);
+}
+
+TEST_F(StateFile, KeepsTheLongtermChannelThroughWritingAndReading) {
+    AppState state;
+    state.channel = "longterm";
+    save_state(state);
+    expect_equal(load_state(), state);
+}
+
+TEST_F(StateFile, WithAChannelAloneHasEmptyVersions) {
+    write_file("{\"channel\":\"mainline\"}");
+    expect_equal(load_state(), AppState{"", "", "", "", "", "mainline"});
+}
+
+TEST_F(StateFile, WithAnUnknownChannelReadsAsStable) {
+    for (const char* channel : {"Stable", "", "linux-next", "stable ", "mainlinelongterm"}) {
+        write_file(std::string("{\"channel\": \"") + channel + "\"}");
+        EXPECT_EQ(load_state().channel, "stable") << channel;
+    }
+}
+
+TEST_F(StateFile, CutAnywhereGivesTheFieldsUpToTheCut) {
+    const std::string& text = EVERY_FIELD_TEXT;
+    for (size_t length = 0; length <= text.size(); ++length) {
+        write_file(text.substr(0, length));
+        const AppState state = load_state();
+        const auto whole = [&](const std::string& value, const std::string& line) {
+            return text.find(line) + line.size() <= length ? value : std::string();
+        };
+        EXPECT_EQ(state.kernel, whole("7.1.9", "\"kernel\": \"7.1.9\"")) << length;
+        EXPECT_EQ(state.latest_kernel, whole("7.2.4", "\"latest_kernel\": \"7.2.4\"")) << length;
+        EXPECT_EQ(state.mainline, whole("7.3-rc2", "\"mainline\": \"7.3-rc2\"")) << length;
+        EXPECT_EQ(state.stable, whole("7.2.4", "\"stable\": \"7.2.4\"")) << length;
+        EXPECT_EQ(state.longterm, whole("6.18.50", "\"longterm\": \"6.18.50\"")) << length;
+        EXPECT_EQ(state.channel, whole("mainline", "\"channel\": \"mainline\"").empty() ? "stable" : "mainline");
+    }
+}
+
+TEST_F(StateFile, WithAQuoteInAValueReadsUpToTheQuote) {
+    AppState state = EVERY_FIELD;
+    state.stable = "7.2\".4";
+    save_state(state);
+    EXPECT_EQ(load_state().stable, "7.2");
+    EXPECT_EQ(load_state().longterm, "6.18.50");
+}
+
+TEST_F(StateFile, TakesVersionsUnchecked) {
+    write_file("{\"kernel\": \" <b>\xff; rm -r \"}");
+    EXPECT_EQ(load_state().kernel, " <b>\xff; rm -r ");
+}
+
+// ---- The key search ----
+
+TEST(JsonGet, DoesNotFindAKeyInsideALongerOne) {
+    EXPECT_EQ(json_get(R"({"latest_kernel": "7.2", "kernel": "7.1"})", "kernel"), "7.1");
+}
+
+TEST(JsonGet, PassesOverAValueThatReadsLikeTheKey) {
+    EXPECT_EQ(json_get(R"({"channel": "stable", "stable": "6.1"})", "stable"), "6.1");
+}
+
+TEST(JsonGet, ReturnsEmptyWhenOnlyAValueReadsLikeTheKey) {
+    EXPECT_EQ(json_get(R"({"channel": "stable"})", "stable"), "");
+}
+
+TEST(JsonGet, ReturnsEmptyForAKeyAtTheVeryEnd) {
+    EXPECT_EQ(json_get(R"({"x": "y", "kernel")", "kernel"), "");
+    EXPECT_EQ(json_get("{\"x\": \"y\", \"kernel\" \t\r\n", "kernel"), "");
+}
+
+TEST(JsonGet, ReturnsEmptyWithoutAnOpeningOrAClosingQuote) {
+    EXPECT_EQ(json_get(R"({"kernel": 5})", "kernel"), "");
+    EXPECT_EQ(json_get(R"({"kernel": "7.1)", "kernel"), "");
+    EXPECT_EQ(json_get(R"({"kernel":)", "kernel"), "");
+}
+
+TEST(JsonGet, RunsOnToTheNextQuotesForAnythingThatIsNotText) {
+    EXPECT_EQ(json_get(R"("kernel": 5, "x": "y")", "kernel"), "x");
+    EXPECT_EQ(json_get(R"("kernel": null, "stable": "7.2")", "kernel"), "stable");
+    EXPECT_EQ(json_get(R"("kernel": {"deep": "7.2"})", "kernel"), "deep");
+}
+
+TEST(JsonGet, KnowsNoEscape) {
+    EXPECT_EQ(json_get(R"("kernel": "7\".1")", "kernel"), "7\\");
+}
+
+TEST(JsonGet, KnowsNoNesting) {
+    EXPECT_EQ(json_get(R"({"a": {"kernel": "inner"}, "kernel": "outer"})", "kernel"), "inner");
+}
+
+TEST(JsonGet, ToleratesWhiteSpaceAroundTheColon) {
+    EXPECT_EQ(json_get("{\"kernel\" \t\r\n : \t\r\n \"7.1\"}", "kernel"), "7.1");
+}
+
+TEST(JsonGet, KeepsWhiteSpaceAndLineFeedsInAValue) {
+    EXPECT_EQ(json_get("\"kernel\": \" 7\n1 \"", "kernel"), " 7\n1 ");
+}
+
+TEST(JsonGet, TakesTheFirstOfTwo) {
+    EXPECT_EQ(json_get(R"("kernel": "1", "kernel": "2")", "kernel"), "1");
+}
+
+TEST(JsonGet, DoesNotTakeOtherWhiteSpaceForABlank) {
+    EXPECT_EQ(json_get("\"kernel\"\v: \"7.1\"", "kernel"), "");
+}
+
+}  // namespace
