@@ -298,15 +298,20 @@ sigset_t window_signal_set() {
     return set;
 }
 
-/// The main thread's signal mask while its loop sleeps: without the window signals.
-sigset_t g_sleeping_mask;
-
-/// Blocks the window signals in this thread and so in all that it starts.
+/// Blocks the window signals in this thread and in all that it starts from here on.
 void block_window_signals() {
     const sigset_t set = window_signal_set();
-    pthread_sigmask(SIG_BLOCK, &set, &g_sleeping_mask);
-    for (const WindowSignal& signal : window_signals()) sigdelset(&g_sleeping_mask, signal.number);
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);
 }
+
+/// Lets the window signals in, those too that came meanwhile. As long as they have no handler they end the process.
+void unblock_window_signals() {
+    const sigset_t set = window_signal_set();
+    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+}
+
+/// The main thread's signal mask while its loop sleeps: without the window signals.
+sigset_t g_sleeping_mask;
 
 /// The main loop's poll, which lets the window signals in for as long as it sleeps.
 gint poll_with_window_signals(GPollFD* fds, guint count, gint milliseconds) {
@@ -316,11 +321,11 @@ gint poll_with_window_signals(GPollFD* fds, guint count, gint milliseconds) {
 }
 
 void install_window_signals() {
-    // A signal that came during start-up has its default action, as it would have had without the block.
-    const sigset_t set = window_signal_set();
-    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
-    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    unblock_window_signals();
+    block_window_signals();
+    pthread_sigmask(SIG_BLOCK, nullptr, &g_sleeping_mask);
 
+    const sigset_t set = window_signal_set();
     for (const auto& [number, handler] : window_signals()) {
         signal(number, handler);
         // One handler inside GLib's lock must not be interrupted by another, which would wait for it for ever.
@@ -328,6 +333,7 @@ void install_window_signals() {
         sigaction(number, nullptr, &action);
         action.sa_mask = set;
         sigaction(number, &action, nullptr);
+        sigdelset(&g_sleeping_mask, number);
     }
     g_main_context_set_poll_func(nullptr, poll_with_window_signals);
 }
@@ -339,6 +345,8 @@ void prepare_process() {
     signal(SIGCHLD, SIG_DFL);
     extend_search_path();
     bound_tries("SYSTEM_WGETRC", "/etc/wgetrc");
+    // Some distributions install its successor in wget's place.
+    bound_tries("SYSTEM_WGET2RC", "/etc/wget2rc");
     block_window_signals();
     g_log_set_handler("libayatana-appindicator", G_LOG_LEVEL_WARNING, drop_deprecation_notice, nullptr);
 }
@@ -351,7 +359,10 @@ void app_run(int argc, char** argv) {
     gtk_init(&argc, &argv);
     // Numbers are read and written with a point, whatever the user's locale.
     setlocale(LC_NUMERIC, "C");
+    // This starts no thread, and it may take its time.
+    unblock_window_signals();
     g_state = load_state();
+    block_window_signals();
     setup_icons();
 
     g_indicator = app_indicator_new("veldrin-watch", first_icon().c_str(), APP_INDICATOR_CATEGORY_SYSTEM_SERVICES);

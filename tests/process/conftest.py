@@ -1,0 +1,48 @@
+"""The stage of each test: a display for all tests of a worker, and a session bus, a panel and a user of its own."""
+
+from collections.abc import Iterator
+from pathlib import Path
+
+import pytest
+
+pytest.register_assert_rewrite("applet", "desktop", "panel", "tools", "waiting")
+
+import applet  # noqa: E402
+import desktop  # noqa: E402
+from panel import Panel  # noqa: E402
+
+
+def pytest_sessionstart() -> None:
+    missing = [str(path) for path in (applet.PROGRAM, applet.QUICK_SLEEP, applet.NOTICE) if not path.exists()]
+    if missing:
+        raise pytest.UsageError(f"not built: {', '.join(missing)}; VELDRIN_BUILD names the folder of the build")
+
+
+@pytest.fixture(scope="session")
+def display(tmp_path_factory: pytest.TempPathFactory) -> Iterator[desktop.Display]:
+    display = desktop.Display(tmp_path_factory.mktemp("display"))
+    yield display
+    display.stop()
+
+
+@pytest.fixture
+def bus(tmp_path: Path) -> Iterator[desktop.SessionBus]:
+    bus = desktop.SessionBus(tmp_path)
+    yield bus
+    bus.stop()
+
+
+@pytest.fixture
+def panel(bus: desktop.SessionBus) -> Iterator[Panel]:
+    panel = Panel(bus.address)
+    yield panel
+    panel.close()
+
+
+@pytest.fixture
+def machine(
+    tmp_path: Path, display: desktop.Display, bus: desktop.SessionBus, panel: Panel
+) -> Iterator[applet.Machine]:
+    machine = applet.Machine(tmp_path, display, bus, panel)
+    yield machine
+    machine.close()

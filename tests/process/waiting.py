@@ -1,0 +1,31 @@
+"""Waiting for conditions. A wait serves the panel meanwhile, which lives in this process."""
+
+import time
+from collections.abc import Callable
+from typing import TypeVar
+
+from gi.repository import GLib
+
+T = TypeVar("T")
+
+DEADLINE = 15.0
+INTERVAL_MS = 4
+
+
+def serve_panel() -> None:
+    context = GLib.MainContext.default()
+    while context.iteration(False):
+        pass
+
+
+def wait_until(condition: Callable[[], T], what: str | Callable[[], str], deadline: float = DEADLINE) -> T:
+    """Returns the first result of `condition` that counts as true. `what` may tell how things stand in the end."""
+    end = time.monotonic() + deadline
+    while True:
+        serve_panel()
+        if result := condition():
+            return result
+        if time.monotonic() > end:
+            raise AssertionError(f"waited {deadline:g} s in vain: {what if isinstance(what, str) else what()}")
+        GLib.timeout_add(INTERVAL_MS, lambda: False)
+        GLib.MainContext.default().iteration(True)
