@@ -5,13 +5,18 @@
 #include <glib.h>
 #include <stdio_ext.h>
 #include <sys/utsname.h>
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string_view>
 #include <utility>
 
 namespace {
+
+/// How many commits are kept, and shown, of one release.
+constexpr size_t MAX_ENTRIES = 400;
 
 /// The Last-Modified value of the page fetched last, as the server sent it, or empty. Check thread only. Never
 /// destroyed, because that thread outlives the static destructors of a process that quits during a check.
@@ -80,15 +85,15 @@ struct Span {
     size_t end;
 };
 
-/// Searches `text` for the first match of `pattern`, in raw bytes and in any case, and puts capture group `group` into
-/// `span`. Returns false if there is none; an expression or a match that fails counts as none.
-bool search(const std::string& pattern, std::string_view text, int group, Span& span) {
+/// Searches `text` for the first match of `pattern`, in raw bytes, and puts capture group `group` into `span`. Returns
+/// false if there is none; an expression or a match that fails counts as none.
+bool search(const std::string& pattern, GRegexCompileFlags flags, std::string_view text, int group, Span& span) {
     struct Release {
         void operator()(GRegex* regex) const { g_regex_unref(regex); }
         void operator()(GMatchInfo* match) const { g_match_info_free(match); }
     };
-    constexpr auto flags = static_cast<GRegexCompileFlags>(G_REGEX_CASELESS | G_REGEX_RAW);
-    const std::unique_ptr<GRegex, Release> regex(g_regex_new(pattern.c_str(), flags, GRegexMatchFlags{}, nullptr));
+    const auto raw = static_cast<GRegexCompileFlags>(flags | G_REGEX_RAW);
+    const std::unique_ptr<GRegex, Release> regex(g_regex_new(pattern.c_str(), raw, GRegexMatchFlags{}, nullptr));
     if (!regex) return false;
 
     GMatchInfo* found = nullptr;
@@ -120,12 +125,313 @@ constexpr char VERSION_CELL[] =
 /// as it is. The cell need not be in the label's row.
 std::string extract_first(const std::string& html, const std::string& label) {
     Span cell{};
-    if (!search(LABEL_CELL_OPENS + label + LABEL_CELL_CLOSES, html, 0, cell)) return {};
+    if (!search(LABEL_CELL_OPENS + label + LABEL_CELL_CLOSES, G_REGEX_CASELESS, html, 0, cell)) return {};
 
     const std::string_view rest = std::string_view(html).substr(cell.end);
     Span version{};
-    if (!search(VERSION_CELL, rest, 1, version)) return {};
+    if (!search(VERSION_CELL, G_REGEX_CASELESS, rest, 1, version)) return {};
     return std::string(rest.substr(version.begin, version.end - version.begin));
+}
+
+// ---- Where a release's change list lies ----------------------------------------------------------------------------
+
+/// Says whether `url` may stand between single quotes in a command: an address of one of the project's hosts, without a
+/// byte that could end the quotes or that an address has no use for.
+bool is_safe_kernel_url(const std::string& url) {
+    constexpr std::string_view hosts[] = {VELDRIN_RELEASE_CDN, VELDRIN_RELEASE_SITE, VELDRIN_RELEASE_APEX,
+                                          VELDRIN_GIT_BROWSER};
+    constexpr std::string_view permitted =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789"
+        "-._~:/?#[]@!$&()*+,;=%";
+    constexpr size_t MAX_LENGTH = 512;
+
+    return std::ranges::any_of(hosts, [&](std::string_view host) { return url.starts_with(host); }) &&
+           url.size() <= MAX_LENGTH && url.find_first_not_of(permitted) == std::string::npos;
+}
+
+bool is_blank(char c) {
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
+
+std::string_view without_trailing_blanks(std::string_view text) {
+    while (!text.empty() && is_blank(text.back())) text.remove_suffix(1);
+    return text;
+}
+
+std::string trim_right(std::string s) {
+    s.resize(without_trailing_blanks(s).size());
+    return s;
+}
+
+/// Returns the text value of the first `key` in `json` between `from` and `to`, or empty if there is none or if it is no
+/// text. A bounded search that knows no nesting and no escape.
+std::string json_field(const std::string& json, size_t from, size_t to, const std::string& key) {
+    const std::string needle = '"' + key + '"';
+    const size_t found = json.find(needle, from);
+    if (found >= to) return {};
+    const size_t colon = json.find(':', found + needle.size());
+    if (colon >= to) return {};
+    const size_t open = json.find_first_not_of(" \t\r\n", colon + 1);
+    if (open >= to || json[open] != '"') return {};
+    const size_t close = json.find('"', open + 1);
+    if (close >= to) return {};
+    return json.substr(open + 1, close - open - 1);
+}
+
+/// Reads the newest release of `channel` from the release index. A channel that the index has not leaves all three
+/// outputs as they are; a key that its record has not makes its output empty.
+void release_index_lookup(const std::string& json, const std::string& channel, std::string& version,
+                          std::string& changelog, std::string& released) {
+    constexpr std::string_view MONIKER = "\"moniker\"";
+    size_t pos = json.find("\"moniker\": \"" + channel + '"');
+    if (pos == std::string::npos) {
+        // "moniker"\s*:\s*"CHANNEL", with its blanks spelt out as above.
+        Span record{};
+        const std::string any_spacing = "\"moniker\"[\\t-\\r ]*+:[\\t-\\r ]*+\"" + channel + '"';
+        if (!search(any_spacing, GRegexCompileFlags{}, json, 0, record)) return;
+        pos = record.begin;
+    }
+
+    const size_t next = json.find(MONIKER, pos + MONIKER.size());
+    const size_t end = next == std::string::npos ? json.size() : next;
+    version = json_field(json, pos, end, "version");
+    changelog = json_field(json, pos, end, "changelog");
+    released = json_field(json, pos, end, "isodate");
+}
+
+/// Returns where the ChangeLog of `version` should lie, or empty for what is no final release's version.
+std::string guess_changelog_url(const std::string& version) {
+    const size_t dot = version.find('.');
+    if (dot == std::string::npos || dot == 0) return {};
+    const std::string major = version.substr(0, dot);
+    if (major.find_first_not_of("0123456789") != std::string::npos) return {};
+    if (version.find("rc") != std::string::npos) return {};
+    return VELDRIN_RELEASE_CDN "pub/linux/kernel/v" + major + ".x/ChangeLog-" + version;
+}
+
+// ---- The ChangeLog text ---------------------------------------------------------------------------------------------
+
+/// Returns the text behind `prefix` bytes of a header line, without blanks around it.
+std::string header_value(std::string_view line, size_t prefix) {
+    const std::string_view value = without_trailing_blanks(line.substr(prefix));
+    return std::string(value.substr(std::min(value.find_first_not_of(' '), value.size())));
+}
+
+/// Returns how many lines of `text`, which begins with a line, begin a commit.
+int count_commit_lines(std::string_view text) {
+    constexpr std::string_view commit = "commit ";
+    int count = 0;
+    for (size_t pos = 0; pos < text.size();) {
+        count += text.compare(pos, commit.size(), commit) == 0;
+        const size_t feed = text.find('\n', pos);
+        if (feed == std::string_view::npos) break;
+        pos = feed + 1;
+    }
+    return count;
+}
+
+/// Appends the commits of a ChangeLog file, which has the form of `git log`, to `out`. Beyond MAX_ENTRIES they are only
+/// counted.
+void parse_changelog_text(const std::string& text, ChangeLog& out) {
+    ChangeEntry* cur = nullptr;
+    // The body of `cur`, in one buffer for all commits, so that no commit grows one of its own.
+    std::string rest;
+    const auto flush = [&] {
+        if (cur) cur->body = without_trailing_blanks(rest);
+        cur = nullptr;
+        rest.clear();
+    };
+    // The first line of a message that is not empty is the subject; empty lines behind it are passed over.
+    const auto add_message_line = [&](std::string_view line) {
+        if (cur->subject.empty()) {
+            cur->subject = line;
+        } else if (!line.empty() || !rest.empty()) {
+            rest += line;
+            rest += '\n';
+        }
+    };
+
+    out.entries.reserve(MAX_ENTRIES);
+    for (size_t pos = 0;;) {
+        const size_t feed = text.find('\n', pos);
+        std::string_view line = std::string_view(text).substr(pos, feed - pos);
+        if (line.ends_with('\r')) line.remove_suffix(1);
+
+        if (cur && line.starts_with("    ")) {
+            add_message_line(without_trailing_blanks(line.substr(4)));
+        } else if (line.starts_with("commit ")) {
+            flush();
+            if (out.entries.size() >= MAX_ENTRIES) {
+                out.total_found += count_commit_lines(std::string_view(text).substr(pos));
+                break;
+            }
+            ++out.total_found;
+            cur = &out.entries.emplace_back();
+            cur->id = line.substr(7, 12);
+        } else if (!cur) {
+            // What stands before the first commit belongs to none.
+        } else if (line.empty()) {
+            add_message_line(line);
+        } else if (line.starts_with("Author:")) {
+            cur->author = header_value(line, 7);
+        } else if (line.starts_with("Date:")) {
+            cur->date = header_value(line, 5);
+        }
+
+        if (feed == std::string::npos) break;
+        pos = feed + 1;
+    }
+    flush();
+    out.truncated = static_cast<int>(out.entries.size()) < out.total_found;
+}
+
+// ---- The Atom feed --------------------------------------------------------------------------------------------------
+
+/// Appends the code point as UTF-8, surrogates too. Returns false for those that have no form of three bytes or fewer,
+/// which are left to stand as they are written.
+bool append_code_point(long cp, std::string& out) {
+    const auto append = [&out](long byte) { out += static_cast<char>(static_cast<unsigned char>(byte)); };
+    if (cp < 1 || cp > 0xFFFF) return false;
+    if (cp < 0x80) {
+        append(cp);
+    } else if (cp < 0x800) {
+        append(0xC0 + (cp >> 6));
+        append(0x80 + (cp & 0x3F));
+    } else {
+        append(0xE0 + (cp >> 12));
+        append(0x80 + ((cp >> 6) & 0x3F));
+        append(0x80 + (cp & 0x3F));
+    }
+    return true;
+}
+
+/// Returns the number of a numeric reference, `name` being what stands behind its ampersand; 0 for none.
+long reference_number(std::string_view name) {
+    const bool hexadecimal = name.size() > 1 && (name[1] == 'x' || name[1] == 'X');
+    const std::string digits(name.substr(hexadecimal ? 2 : 1));
+    return std::strtol(digits.c_str(), nullptr, hexadecimal ? 16 : 10);
+}
+
+/// Returns the character of a reference that has a name, or 0. The number of the single quote counts as a name.
+char named_character(std::string_view name) {
+    if (name == "lt") return '<';
+    if (name == "gt") return '>';
+    if (name == "amp") return '&';
+    if (name == "quot") return '"';
+    if (name == "apos" || name == "#39") return '\'';
+    return 0;
+}
+
+/// Decodes the five named references and numeric ones up to three bytes of UTF-8. A name that is none of these stands
+/// in the result twice, once as the reference and once as text.
+std::string xml_unescape(std::string_view in) {
+    constexpr size_t FARTHEST_SEMICOLON = 10;
+
+    std::string out;
+    out.reserve(in.size());
+    for (size_t pos = 0; pos < in.size();) {
+        const size_t amp = std::min(in.find('&', pos), in.size());
+        out.append(in, pos, amp - pos);
+        if (amp == in.size()) break;
+
+        const size_t length = in.substr(amp, FARTHEST_SEMICOLON + 1).find(';');
+        if (length == std::string_view::npos) {
+            out += '&';
+            pos = amp + 1;
+            continue;
+        }
+        const std::string_view name = in.substr(amp + 1, length - 1);
+        pos = amp + length + 1;
+        if (const char known = named_character(name)) {
+            out += known;
+        } else if (!name.starts_with('#')) {
+            out.append(in, amp, length + 1);
+            pos = amp + 1;
+        } else if (!append_code_point(reference_number(name), out)) {
+            out.append(in, amp, length + 1);
+        }
+    }
+    return out;
+}
+
+/// Returns the decoded text of the first element called `tag` in `block`, or empty. A tag with attributes is another.
+std::string xml_tag_value(std::string_view block, const std::string& tag) {
+    const std::string open = '<' + tag + '>';
+    const size_t found = block.find(open);
+    if (found == std::string::npos) return {};
+    const size_t start = found + open.size();
+    const size_t end = block.find("</" + tag + '>', start);
+    if (end == std::string::npos) return {};
+    return xml_unescape(block.substr(start, end - start));
+}
+
+/// Returns the decoded text of the first content element in `block`, without blanks at its end, or empty.
+std::string content_text(std::string_view block) {
+    const size_t tag = block.find("<content");
+    if (tag == std::string::npos) return {};
+    const size_t tag_end = block.find('>', tag);
+    if (tag_end == std::string::npos) return {};
+    const size_t end = block.find("</content>", tag_end);
+    if (end == std::string::npos) return {};
+    return trim_right(xml_unescape(block.substr(tag_end + 1, end - tag_end - 1)));
+}
+
+/// Returns a commit's message without its first line, if that is the subject, and without empty lines at its start.
+std::string body_behind(const std::string& subject, std::string message) {
+    const size_t first_end = std::min(message.find('\n'), message.size());
+    const bool repeated = std::string_view(message).substr(0, first_end) == subject;
+    const size_t start = message.find_first_not_of('\n', repeated ? first_end : 0);
+    message.erase(0, start == std::string::npos ? message.size() : start);
+    return message;
+}
+
+ChangeEntry parse_atom_entry(std::string_view block) {
+    ChangeEntry ce;
+    ce.subject = xml_tag_value(block, "title");
+    ce.author = xml_tag_value(block, "name");
+    const std::string mail = xml_tag_value(block, "email");
+    if (!mail.empty()) ce.author += " <" + mail + '>';
+    ce.date = xml_tag_value(block, "updated");
+
+    const std::string id = xml_tag_value(block, "id");
+    const size_t colon = id.rfind(':');
+    ce.id = id.substr(colon == std::string::npos ? 0 : colon + 1, 12);
+
+    ce.body = body_behind(ce.subject, content_text(block));
+    return ce;
+}
+
+/// Appends the commits of a feed of the git browser to `out`. Beyond MAX_ENTRIES they are only counted. No parser of
+/// XML: it searches the tags that such a feed has.
+void parse_atom_feed(const std::string& xml, ChangeLog& out) {
+    constexpr std::string_view OPEN = "<entry>";
+    constexpr std::string_view CLOSE = "</entry>";
+    for (size_t pos = 0;;) {
+        const size_t start = xml.find(OPEN, pos);
+        if (start == std::string::npos) break;
+        const size_t end = xml.find(CLOSE, start);
+        if (end == std::string::npos) break;
+        pos = end + CLOSE.size();
+        ++out.total_found;
+        if (out.entries.size() < MAX_ENTRIES)
+            out.entries.push_back(parse_atom_entry(std::string_view(xml).substr(start, end - start)));
+    }
+    out.truncated = static_cast<int>(out.entries.size()) < out.total_found;
+}
+
+// ---- The choice between the two -------------------------------------------------------------------------------------
+
+/// Returns the path of the git tree that `channel` lies in, below the git browser.
+std::string repository(const std::string& channel) {
+    return channel == "mainline" ? VELDRIN_MAINLINE_TREE : "pub/scm/linux/kernel/git/stable/linux.git";
+}
+
+/// Returns the branch that releases of `version` come from.
+std::string branch_of(const std::string& channel, const std::string& version) {
+    if (channel == "mainline") return "master";
+    const size_t d1 = version.find('.');
+    const size_t d2 = d1 == std::string::npos ? d1 : version.find('.', d1 + 1);
+    return "linux-" + version.substr(0, d2) + ".y";
 }
 
 }  // namespace
@@ -143,6 +449,60 @@ KernelVersions fetch_kernel_versions() {
     versions.longterm = extract_first(html, "longterm");
     versions.success = !versions.stable.empty();
     return versions;
+}
+
+ChangeLog fetch_changelog(const std::string& channel, const std::string& known_version) {
+    ChangeLog out;
+    out.channel = channel;
+
+    std::string version;
+    std::string changelog_url;
+    std::string released;
+    const std::string index = fetch_url(VELDRIN_RELEASE_SITE "releases.json");
+    if (!index.empty()) release_index_lookup(index, channel, version, changelog_url, released);
+    if (version.empty()) version = known_version;
+    out.version = version;
+    out.released = released;
+    if (version.empty()) {
+        out.error =
+            "Could not reach Kernhaven and no version is known yet.\nCheck your network connection and try Refresh.";
+        return out;
+    }
+
+    if (changelog_url.empty()) changelog_url = guess_changelog_url(version);
+    if (!changelog_url.empty()) {
+        if (!is_safe_kernel_url(changelog_url)) {
+            out.error = "Kernhaven returned an unexpected changelog address:\n" + changelog_url;
+            return out;
+        }
+        const std::string text = fetch_url(changelog_url);
+        if (!text.empty()) {
+            out.source_url = changelog_url;
+            out.web_url = changelog_url;
+            parse_changelog_text(text, out);
+            out.success = !out.entries.empty();
+            if (out.success) return out;
+        }
+    }
+
+    const std::string tree = VELDRIN_GIT_BROWSER + repository(channel);
+    const std::string branch = branch_of(channel, version);
+    const std::string atom = tree + "/atom/?h=" + branch;
+    // The version in it may come from the net.
+    if (is_safe_kernel_url(atom)) {
+        const std::string xml = fetch_url(atom);
+        if (!xml.empty()) parse_atom_feed(xml, out);
+        out.success = !out.entries.empty();
+        if (out.success) {
+            out.source_url = atom;
+            out.web_url = tree + "/log/?h=" + branch;
+            return out;
+        }
+    }
+
+    out.error = "No changes could be loaded for " + channel + " " + version +
+                ".\nKernhaven may be unreachable, or this release has no published\nchangelog yet.";
+    return out;
 }
 
 std::string get_running_kernel() {

@@ -9,28 +9,13 @@ from pathlib import Path
 
 import pytest
 from applet import AT_ONCE, Applet, Machine, state_text
-from tools import HERE
+from tools import HERE, RealTools
 from waiting import wait_until
 
 sys.path.append(str(HERE.parent / "site"))
 from kernel_site import KernelSite  # noqa: E402
 
 WWW = "www.kernel.org"
-SYSTEM = "/usr/bin:/bin"
-
-# As long as the real patience is, it would be a test's: a tool's own limit is cut to half a second.
-IMPATIENT = """#!/bin/sh
-for word; do
-    shift
-    case $word in
-        --timeout=10 | --timeout=15) word=--timeout=0.5 ;;
-        15) word=0.5 ;;
-    esac
-    set -- "$@" "$word"
-done
-exec {program} "$@"
-"""
-
 
 class Network:
     """An applet's view of the site, by the real tools."""
@@ -38,29 +23,11 @@ class Network:
     def __init__(self, machine: Machine, site: KernelSite) -> None:
         self._machine = machine
         self._site = site
-        self._folder = machine.folder / "real-tools"
-        self._folder.mkdir()
-        for name in ("wget", "curl", "grep", "sed"):
-            self.put(name)
-
-    def put(self, name: str, program: str = "") -> None:
-        """Gives the name to a program of the system, by default to the one that has it."""
-        self.remove(name)
-        (self._folder / name).symlink_to(shutil.which(program or name, path=SYSTEM))
-
-    def remove(self, name: str) -> None:
-        (self._folder / name).unlink(missing_ok=True)
-
-    def make_impatient(self, wget: str = "wget") -> None:
-        for name, program in (("wget", wget), ("curl", "curl")):
-            self.remove(name)
-            script = self._folder / name
-            script.write_text(IMPATIENT.replace("{program}", shutil.which(program, path=SYSTEM)))
-            script.chmod(0o755)
+        self.tools = RealTools(machine.folder / "real-tools")
 
     def start(self, **environment: str) -> Applet:
         return self._machine.start(
-            environment={**self._site.environment, "PATH": str(self._folder), **environment}
+            environment={**self._site.environment, "PATH": str(self.tools.folder), **environment}
         )
 
     def start_and_check(self, **environment: str) -> Applet:
@@ -162,7 +129,7 @@ def test_unreachable_host_leaves_all_as_it_is(machine, site, network):
 
 
 def test_silent_site_gets_one_try_of_each_command(machine, site, network):
-    network.make_impatient()
+    network.tools.make_impatient()
     applet = network.start_and_check()
     assert applet.item.label == "7.8.4"
     before = len(site.connections())
@@ -175,7 +142,7 @@ def test_silent_site_gets_one_try_of_each_command(machine, site, network):
 
 
 def test_silent_site_gets_one_try_of_wget2_in_wgets_place(site, network):
-    network.make_impatient(wget="wget2")
+    network.tools.make_impatient(wget="wget2")
     site.misbehave(WWW, "/", "silence")
     network.start_and_check()
     # The page by wget2, the page by curl.
@@ -228,7 +195,7 @@ def test_304_in_another_header_counts_as_not_modified(site, network):
 
 @pytest.mark.parametrize("text", ["'; touch marker; '", "$(touch marker)", "`touch marker`", '" & touch marker & "'])
 def test_hostile_last_modified_is_sent_back_as_it_came(machine, site, network, text):
-    network.put("touch")
+    network.tools.put("touch")
     site.misbehave(WWW, "/", "last-modified", text=text)
     applet = network.start_and_check()
     assert applet.item.label == "7.8.4"
@@ -246,7 +213,7 @@ def test_header_in_lower_case_makes_every_check_a_download(site, network):
 
 
 def test_without_wget_every_check_is_curls_download(site, network):
-    network.remove("wget")
+    network.tools.remove("wget")
     applet = network.start()
     for _ in range(2):
         assert network.requests(applet) == [("GET", 200, "")]
@@ -256,7 +223,7 @@ def test_without_wget_every_check_is_curls_download(site, network):
 
 def test_wget2_in_wgets_place_makes_every_check_a_download(site, network):
     # Its spider prints no header lines that could be stored.
-    network.put("wget", "wget2")
+    network.tools.put("wget", "wget2")
     applet = network.start()
     for _ in range(2):
         assert network.requests(applet) == [("GET", 200, ""), ("HEAD", 200, "")]

@@ -9,6 +9,21 @@ HERE = Path(__file__).resolve().parent
 SITES = (HERE.parents[1] / "src" / "sites.h").read_text()
 RELEASE_SITE = re.search(r'#define VELDRIN_RELEASE_SITE "([^"]+)"', SITES)[1]
 
+SYSTEM = "/usr/bin:/bin"
+
+# As long as the real patience is, it would be a test's: a tool's own limit is cut to half a second.
+IMPATIENT = """#!/bin/sh
+for word; do
+    shift
+    case $word in
+        --timeout=10 | --timeout=15) word=--timeout=0.5 ;;
+        15) word=0.5 ;;
+    esac
+    set -- "$@" "$word"
+done
+exec {program} "$@"
+"""
+
 LAST_MODIFIED = "Sat, 05 Sep 2026 08:15:42 GMT"
 LATER = "Mon, 14 Sep 2026 17:01:09 GMT"
 
@@ -170,3 +185,28 @@ class Tools:
 
     def commands(self) -> list[list[str]]:
         return [call.argv for call in self.calls()]
+
+
+class RealTools:
+    """A folder for the search path with the system's own tools."""
+
+    def __init__(self, folder: Path) -> None:
+        self.folder = folder
+        folder.mkdir()
+        for name in ("wget", "curl", "grep", "sed"):
+            self.put(name)
+
+    def put(self, name: str, program: str = "") -> None:
+        """Gives the name to a program of the system, by default to the one that has it."""
+        self.remove(name)
+        (self.folder / name).symlink_to(shutil.which(program or name, path=SYSTEM))
+
+    def remove(self, name: str) -> None:
+        (self.folder / name).unlink(missing_ok=True)
+
+    def make_impatient(self, wget: str = "wget") -> None:
+        for name, program in (("wget", wget), ("curl", "curl")):
+            self.remove(name)
+            script = self.folder / name
+            script.write_text(IMPATIENT.replace("{program}", shutil.which(program, path=SYSTEM)))
+            script.chmod(0o755)
