@@ -82,6 +82,13 @@ void bound_tries(const char* variable, const char* machines_own) {
     setenv(variable, ("/proc/self/fd/" + std::to_string(file)).c_str(), 1);
 }
 
+/// Connects to the session bus, for as long as the process lives. The indicator library asks for the connection twice,
+/// each time on a thread of its own, and never registers the icon if the second answer comes too late: with the
+/// connection made before, neither has anything to wait for.
+void connect_to_session_bus() {
+    [[maybe_unused]] static GDBusConnection* const connection = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
+}
+
 /// Drops the one notice by which newer versions of the indicator library announce their successor at each start.
 void drop_deprecation_notice(const char* domain, GLogLevelFlags level, const char* message, gpointer data) {
     if (std::string_view(message).starts_with("libayatana-appindicator is deprecated.")) return;
@@ -365,6 +372,7 @@ void app_run(int argc, char** argv) {
     block_window_signals();
     setup_icons();
 
+    connect_to_session_bus();
     g_indicator = app_indicator_new("veldrin-watch", first_icon().c_str(), APP_INDICATOR_CATEGORY_SYSTEM_SERVICES);
     app_indicator_set_icon_theme_path(g_indicator, g_icon_dir.c_str());
     app_indicator_set_status(g_indicator, APP_INDICATOR_STATUS_ACTIVE);

@@ -1029,6 +1029,7 @@ TEST(GuessedAddress, TakesTheVersionAsItStands) {
     EXPECT_EQ(guess_changelog_url("6."), "https://cdn.kernel.org/pub/linux/kernel/v6.x/ChangeLog-6.");
     EXPECT_EQ(guess_changelog_url("6..1"), "https://cdn.kernel.org/pub/linux/kernel/v6.x/ChangeLog-6..1");
     EXPECT_EQ(guess_changelog_url("6.8 ' \\$x"), "https://cdn.kernel.org/pub/linux/kernel/v6.x/ChangeLog-6.8 ' \\$x");
+    EXPECT_EQ(guess_changelog_url("6.8.1 \r\n"), "https://cdn.kernel.org/pub/linux/kernel/v6.x/ChangeLog-6.8.1 \r\n");
 }
 
 TEST(GuessedAddress, IsEmptyWithoutANumberBeforeADot) {
