@@ -166,7 +166,10 @@ const std::string& selected_version(const AppState& s) {
 void update_label() {
     const std::string& ver = selected_version(g_state);
     if (ver.empty()) return;
-    app_indicator_set_label(g_indicator, ver.c_str(), ver.c_str());
+    // The bus carries nothing but UTF-8, and a damaged state file may hold anything.
+    gchar* valid = g_utf8_make_valid(ver.data(), static_cast<gssize>(ver.size()));
+    app_indicator_set_label(g_indicator, valid, valid);
+    g_free(valid);
 }
 
 // ---- The periodic check ---------------------------------------------------------------------------------------------

@@ -281,3 +281,15 @@ def test_full_disk_is_not_noticed(machine):
     machine.state_file.symlink_to("/dev/full")
     acknowledge(applet)
     assert applet.quit() == 0
+
+
+def test_bytes_that_are_no_text_are_kept_and_shown_as_far_as_they_can_be(machine):
+    machine.state_file.parent.mkdir()
+    saved = state_text(stable="7.2").encode().replace(b"7.2", b"7\xff2\xc3")
+    machine.state_file.write_bytes(saved)
+    applet = machine.start()
+    assert applet.item.label == "7\N{REPLACEMENT CHARACTER}2\N{REPLACEMENT CHARACTER}"
+    applet.item.menu.click("Acknowledge Update")
+    wait_until(lambda: applet.item.icon == "tux-white", "the white icon")
+    assert machine.state_file.read_bytes() == saved
+    assert applet.quit() == 0
