@@ -1,5 +1,7 @@
 #include "app.h"
 
+#include "changes_window.h"
+#include "info_window.h"
 #include "kernel_checker.h"
 #include "state.h"
 #include "tux_rgba.h"
@@ -203,9 +205,19 @@ void background_thread() {
 
 // ---- Menu -----------------------------------------------------------------------------------------------------------
 
-void on_show_info(GtkMenuItem*, gpointer) {}
+/// The overview window's word that it has assigned another channel. The icon follows stable and stays.
+void on_channel_changed() {
+    save_state(g_state);
+    update_label();
+}
 
-void on_show_changes(GtkMenuItem*, gpointer) {}
+void on_show_info(GtkMenuItem*, gpointer) {
+    show_info_window(g_state, on_channel_changed);
+}
+
+void on_show_changes(GtkMenuItem*, gpointer) {
+    show_changes_window(g_state);
+}
 
 void on_show_system(GtkMenuItem*, gpointer) {}
 
@@ -219,15 +231,11 @@ void on_save_kernel(GtkMenuItem*, gpointer) {
     update_label();
 }
 
-/// The overview window's word that it has assigned another channel. The icon follows stable and stays.
-[[maybe_unused]] void on_channel_changed() {
-    save_state(g_state);
-    update_label();
-}
-
 void on_quit(GtkMenuItem*, gpointer) {
     // First, so that the check thread posts nothing more.
     g_running = false;
+    close_info_window();
+    close_changes_window();
     gtk_main_quit();
 }
 
@@ -258,6 +266,7 @@ GtkWidget* create_menu() {
 // signals are blocked in every thread, and let in only while the main loop sleeps in its poll.
 
 gboolean open_info_window(gpointer) {
+    show_info_window(g_state, on_channel_changed);
     return G_SOURCE_REMOVE;
 }
 
@@ -266,6 +275,7 @@ gboolean open_about_dialog(gpointer) {
 }
 
 gboolean open_changes_window(gpointer) {
+    show_changes_window(g_state);
     return G_SOURCE_REMOVE;
 }
 

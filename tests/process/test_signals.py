@@ -3,13 +3,14 @@
 import errno
 import os
 import re
+import signal
 import threading
 import time
 from pathlib import Path
 
 import pytest
-from applet import WINDOW_SIGNALS, signal_name, state_text
-from tools import page
+from applet import AT_ONCE, WINDOW_SIGNALS, signal_name, state_text
+from tools import RELEASE_SITE, page, page_command
 from waiting import wait_until
 
 MANY = 1000
@@ -120,9 +121,44 @@ def test_all_kinds_at_once_while_it_works(machine):
 
 
 @pytest.mark.parametrize("number", WINDOW_SIGNALS, ids=signal_name)
-def test_saves_nothing_and_asks_nothing(machine, number):
+def test_saves_nothing(machine, number):
     applet = machine.start()
     applet.send(number)
     applet.settle()
     assert machine.saved is None
+
+
+def test_only_the_one_of_the_changes_asks_the_net(machine):
+    applet = machine.start()
+    for number in (signal.SIGUSR1, signal.SIGUSR2, signal.SIGRTMIN + 2):
+        applet.send(number)
+    applet.settle()
     assert machine.tools.commands() == []
+    index = page_command(RELEASE_SITE + "releases.json")
+    applet.send(signal.SIGRTMIN + 1)
+    wait_until(lambda: machine.tools.commands()[:1] == [index], "the request for the release index")
+
+
+def test_repeated_ones_present_the_open_window_and_start_one_load(machine):
+    held = machine.tools.answer("wget -qO- *releases.json", hold=True)
+    applet = machine.start()
+    for _ in range(20):
+        applet.send(signal.SIGRTMIN + 1)
+        applet.send(signal.SIGUSR1)
+    wait_until(machine.tools.commands, "the load")
+    applet.settle()
+    assert len(machine.tools.commands()) == 1
+    held.release()
+    assert applet.quit() == 0
+
+
+def test_quit_with_windows_open_and_a_load_running(machine):
+    held = machine.tools.answer("wget -qO- *releases.json", hold=True)
+    applet = machine.start()
+    applet.send(signal.SIGUSR1)
+    applet.send(signal.SIGRTMIN + 1)
+    wait_until(machine.tools.commands, "the load")
+    applet.item.menu.click("Quit")
+    assert applet.exit_status(AT_ONCE) == 0
+    held.release()
+    assert machine.saved is None

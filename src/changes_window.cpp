@@ -1,0 +1,386 @@
+#include "changes_window.h"
+
+#include "kernel_checker.h"
+#include "sites.h"
+#include "theme.h"
+
+#include <gtk/gtk.h>
+#include <algorithm>
+#include <atomic>
+#include <cctype>
+#include <memory>
+#include <string>
+#include <thread>
+
+namespace {
+
+GtkWidget* changes_win = nullptr;
+GtkWidget* changes_header = nullptr;
+GtkWidget* changes_body = nullptr;
+GtkWidget* changes_status = nullptr;
+GtkWidget* changes_combo = nullptr;
+GtkWidget* changes_refresh = nullptr;
+GtkWidget* changes_link = nullptr;
+
+/// The stamp of the newest load. A result with an older one is stale.
+std::atomic<unsigned int> g_request{0};
+
+struct ChannelVersions {
+    std::string mainline;
+    std::string stable;
+    std::string longterm;
+};
+
+/// The versions that the tray knew when the window was last asked for.
+ChannelVersions g_known;
+
+/// What a load thread hands to the main loop.
+struct LoadResult {
+    unsigned int request;
+    ChangeLog log;
+};
+
+std::string known_for(const std::string& channel) {
+    if (channel == "mainline") return g_known.mainline;
+    if (channel == "longterm") return g_known.longterm;
+    return g_known.stable;
+}
+
+// ---- A release's commits --------------------------------------------------------------------------------------------
+
+struct Free {
+    void operator()(gchar* text) const { g_free(text); }
+};
+
+/// Returns `text` as GTK can show it, whatever its bytes are: an old author's name may be in any encoding.
+std::unique_ptr<gchar, Free> valid_utf8(const std::string& text) {
+    return std::unique_ptr<gchar, Free>(g_utf8_make_valid(text.data(), static_cast<gssize>(text.size())));
+}
+
+GtkWidget* plain_label(const std::string& text, const char* css_class) {
+    GtkWidget* label = gtk_label_new(valid_utf8(text).get());
+    theme_add_class(label, css_class);
+    return label;
+}
+
+GtkWidget* text_label(const std::string& text, const char* css_class) {
+    GtkWidget* label = plain_label(text, css_class);
+    gtk_label_set_xalign(GTK_LABEL(label), 0.0);
+    return label;
+}
+
+void set_margins(GtkWidget* widget, int start, int end, int top, int bottom) {
+    gtk_widget_set_margin_start(widget, start);
+    gtk_widget_set_margin_end(widget, end);
+    gtk_widget_set_margin_top(widget, top);
+    gtk_widget_set_margin_bottom(widget, bottom);
+}
+
+GtkWidget* wrapped_label(const std::string& text, const char* css_class) {
+    GtkWidget* label = text_label(text, css_class);
+    gtk_label_set_line_wrap(GTK_LABEL(label), TRUE);
+    return label;
+}
+
+/// Returns the class of a commit's kind, a static text, or null for a commit like any other.
+const char* card_kind_class(const ChangeEntry& e) {
+    if (e.subject.starts_with("Linux ")) return "is-release";
+    if (e.subject.starts_with("Merge ")) return "is-merge";
+    std::string lower = e.subject;
+    std::ranges::transform(lower, lower.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    const bool mends = lower.find("fix") != std::string::npos || lower.find("revert") != std::string::npos;
+    return mends ? "is-fix" : nullptr;
+}
+
+/// Splits the name of a subsystem, one word before a colon and a blank, off a subject. Without one, `tag` is empty and
+/// `rest` all of the subject.
+void split_subject(const std::string& subject, std::string& tag, std::string& rest) {
+    constexpr size_t LONGEST_TAG = 28;
+    tag.clear();
+    rest = subject;
+    const size_t colon = subject.find(": ");
+    if (colon == std::string::npos || colon == 0 || colon > LONGEST_TAG) return;
+    const std::string candidate = subject.substr(0, colon);
+    if (candidate.find(' ') != std::string::npos) return;
+    tag = candidate;
+    rest = subject.substr(colon + 2);
+}
+
+/// Returns the name in an author's line, without the address.
+std::string author_name(const std::string& author) {
+    return author.substr(0, author.find(" <"));
+}
+
+/// Returns the head of a commit's card: the subject, as the head of an expander where there is a body to expand to.
+GtkWidget* subject_or_expander(const std::string& subject, const std::string& text) {
+    GtkWidget* subj = wrapped_label(subject, "subject");
+    if (text.empty()) return subj;
+
+    GtkWidget* exp = gtk_expander_new(nullptr);
+    gtk_expander_set_label_widget(GTK_EXPANDER(exp), subj);
+    GtkWidget* body = wrapped_label(text, "mono");
+    gtk_label_set_selectable(GTK_LABEL(body), TRUE);
+    gtk_widget_set_margin_start(body, 6);
+    gtk_widget_set_margin_top(body, 6);
+    gtk_widget_set_margin_bottom(body, 2);
+    gtk_container_add(GTK_CONTAINER(exp), body);
+    gtk_expander_set_expanded(GTK_EXPANDER(exp), FALSE);
+    return exp;
+}
+
+GtkWidget* title_row(const ChangeEntry& e) {
+    std::string tag;
+    std::string rest;
+    split_subject(e.subject, tag, rest);
+
+    GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 8);
+    if (!tag.empty()) {
+        GtkWidget* t = plain_label(tag, "tag");
+        theme_add_class(t, theme_tag_class(tag));
+        gtk_widget_set_valign(t, GTK_ALIGN_START);
+        gtk_widget_set_margin_top(t, 2);
+        gtk_box_pack_start(GTK_BOX(row), t, FALSE, FALSE, 0);
+    }
+    gtk_box_pack_start(GTK_BOX(row), subject_or_expander(rest, e.body), TRUE, TRUE, 0);
+    return row;
+}
+
+/// Returns the line below: who and when on the left, the hash on the right.
+GtkWidget* meta_row(const ChangeEntry& e) {
+    std::string meta = author_name(e.author);
+    if (!e.date.empty()) meta += (meta.empty() ? "" : "  ·  ") + e.date;
+
+    GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 8);
+    if (!meta.empty()) {
+        GtkWidget* m = text_label(meta, "meta");
+        gtk_label_set_ellipsize(GTK_LABEL(m), PANGO_ELLIPSIZE_END);
+        gtk_box_pack_start(GTK_BOX(row), m, TRUE, TRUE, 0);
+    }
+    if (!e.id.empty()) {
+        GtkWidget* h = plain_label(e.id, "badge-hash");
+        gtk_widget_set_valign(h, GTK_ALIGN_CENTER);
+        gtk_box_pack_end(GTK_BOX(row), h, FALSE, FALSE, 0);
+    }
+    return row;
+}
+
+GtkWidget* build_entry_row(const ChangeEntry& e) {
+    GtkWidget* card = gtk_box_new(GTK_ORIENTATION_VERTICAL, 4);
+    theme_add_class(card, "commit-card");
+    if (const char* kind = card_kind_class(e)) theme_add_class(card, kind);
+    set_margins(card, 14, 14, 4, 4);
+    gtk_box_pack_start(GTK_BOX(card), title_row(e), FALSE, FALSE, 0);
+    gtk_box_pack_start(GTK_BOX(card), meta_row(e), FALSE, FALSE, 0);
+    return card;
+}
+
+GtkWidget* build_error_card(const std::string& error) {
+    GtkWidget* card = theme_card();
+    set_margins(card, 16, 16, 16, 0);
+    gtk_box_pack_start(GTK_BOX(card), text_label("Could not load the changes", "val-strong"), FALSE, FALSE, 0);
+    GtkWidget* err = wrapped_label(error, "error-text");
+    gtk_label_set_selectable(GTK_LABEL(err), TRUE);
+    gtk_box_pack_start(GTK_BOX(card), err, FALSE, FALSE, 0);
+    return card;
+}
+
+void clear_body() {
+    if (!changes_body) return;
+    GList* children = gtk_container_get_children(GTK_CONTAINER(changes_body));
+    for (GList* child = children; child; child = child->next) gtk_widget_destroy(GTK_WIDGET(child->data));
+    g_list_free(children);
+}
+
+void show_changes(const ChangeLog& log) {
+    for (const ChangeEntry& e : log.entries) {
+        gtk_box_pack_start(GTK_BOX(changes_body), build_entry_row(e), FALSE, FALSE, 0);
+    }
+
+    std::string sub = log.channel + "  ·  " + log.version;
+    if (!log.released.empty()) sub += "  ·  released " + log.released;
+    theme_header_set_subtitle(changes_header, valid_utf8(sub).get());
+
+    std::string status = std::to_string(log.entries.size()) + " change";
+    if (log.entries.size() != 1) status += 's';
+    if (log.truncated) status += " shown of " + std::to_string(log.total_found) + " — list capped";
+    gtk_label_set_text(GTK_LABEL(changes_status), status.c_str());
+
+    if (log.web_url.empty()) {
+        gtk_widget_hide(changes_link);
+    } else {
+        gtk_link_button_set_uri(GTK_LINK_BUTTON(changes_link), log.web_url.c_str());
+        gtk_widget_show(changes_link);
+    }
+}
+
+void show_failure(const ChangeLog& log) {
+    gtk_box_pack_start(GTK_BOX(changes_body), build_error_card(log.error), FALSE, FALSE, 0);
+    gtk_label_set_text(GTK_LABEL(changes_status), "Nothing loaded.");
+    theme_header_set_subtitle(changes_header, "no data");
+    gtk_widget_hide(changes_link);
+}
+
+/// Shows a load's result, `data`, a LoadResult on the heap that is ours from here on. A stale one is dropped.
+gboolean apply_result(gpointer data) {
+    const std::unique_ptr<LoadResult> res(static_cast<LoadResult*>(data));
+    if (!changes_win || res->request != g_request) return G_SOURCE_REMOVE;
+
+    clear_body();
+    gtk_widget_set_sensitive(changes_refresh, TRUE);
+    gtk_widget_set_sensitive(changes_combo, TRUE);
+    if (res->log.success) {
+        show_changes(res->log);
+    } else {
+        show_failure(res->log);
+    }
+    gtk_widget_show_all(changes_body);
+    return G_SOURCE_REMOVE;
+}
+
+// ---- Loading --------------------------------------------------------------------------------------------------------
+
+GtkWidget* loading_indicator() {
+    GtkWidget* spinner_box = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 10);
+    gtk_widget_set_halign(spinner_box, GTK_ALIGN_CENTER);
+    gtk_widget_set_margin_top(spinner_box, 40);
+    GtkWidget* spinner = gtk_spinner_new();
+    gtk_spinner_start(GTK_SPINNER(spinner));
+    gtk_box_pack_start(GTK_BOX(spinner_box), spinner, FALSE, FALSE, 0);
+    gtk_box_pack_start(GTK_BOX(spinner_box), plain_label("Loading changes …", "status"), FALSE, FALSE, 0);
+    return spinner_box;
+}
+
+/// Starts a load of `channel` on a thread of its own, and shows that it runs.
+void start_load(const std::string& channel, const std::string& known_version) {
+    const unsigned int req = ++g_request;
+    theme_header_set_accent(changes_header, theme_channel_class(channel));
+    theme_header_set_subtitle(changes_header, valid_utf8(channel + "  ·  loading …").get());
+    clear_body();
+    gtk_widget_set_sensitive(changes_refresh, FALSE);
+    gtk_widget_set_sensitive(changes_combo, FALSE);
+    gtk_widget_hide(changes_link);
+    gtk_label_set_text(GTK_LABEL(changes_status), "Contacting Kernhaven …");
+    gtk_box_pack_start(GTK_BOX(changes_body), loading_indicator(), FALSE, FALSE, 0);
+    gtk_widget_show_all(changes_body);
+
+    std::thread([req, channel, known_version] {
+        g_idle_add(apply_result, new LoadResult{req, fetch_changelog(channel, known_version)});
+    }).detach();
+}
+
+void load_selected(GtkComboBox* combo) {
+    const gchar* id = gtk_combo_box_get_active_id(combo);
+    if (id) start_load(id, known_for(id));
+}
+
+void on_combo_changed(GtkComboBox* combo, gpointer) {
+    load_selected(combo);
+}
+
+void on_refresh(GtkButton*, gpointer) {
+    load_selected(GTK_COMBO_BOX(changes_combo));
+}
+
+// ---- The window -----------------------------------------------------------------------------------------------------
+
+/// Returns the strip with the status, the channel's selector and Refresh.
+GtkWidget* toolbar() {
+    GtkWidget* bar = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 8);
+    theme_add_class(bar, "toolbar");
+    changes_status = text_label("", "status");
+    gtk_label_set_ellipsize(GTK_LABEL(changes_status), PANGO_ELLIPSIZE_END);
+    gtk_box_pack_start(GTK_BOX(bar), changes_status, TRUE, TRUE, 0);
+
+    changes_refresh = gtk_button_new_with_label("Refresh");
+    g_signal_connect(changes_refresh, "clicked", G_CALLBACK(on_refresh), nullptr);
+    gtk_box_pack_end(GTK_BOX(bar), changes_refresh, FALSE, FALSE, 0);
+
+    changes_combo = gtk_combo_box_text_new();
+    gtk_combo_box_text_append(GTK_COMBO_BOX_TEXT(changes_combo), "mainline", "Mainline");
+    gtk_combo_box_text_append(GTK_COMBO_BOX_TEXT(changes_combo), "stable", "Stable");
+    gtk_combo_box_text_append(GTK_COMBO_BOX_TEXT(changes_combo), "longterm", "Longterm");
+    gtk_widget_set_tooltip_text(
+        changes_combo,
+        "Which channel to show. Preselected from Settings; changing it here does not change the panel label.");
+    gtk_box_pack_end(GTK_BOX(bar), changes_combo, FALSE, FALSE, 0);
+    return bar;
+}
+
+GtkWidget* scrolled_body() {
+    GtkWidget* scroll = gtk_scrolled_window_new(nullptr, nullptr);
+    gtk_scrolled_window_set_policy(GTK_SCROLLED_WINDOW(scroll), GTK_POLICY_AUTOMATIC, GTK_POLICY_AUTOMATIC);
+    changes_body = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
+    gtk_widget_set_margin_top(changes_body, 6);
+    gtk_widget_set_margin_bottom(changes_body, 6);
+    gtk_container_add(GTK_CONTAINER(scroll), changes_body);
+    return scroll;
+}
+
+/// Returns the row with the link to all of the changelog and Close.
+GtkWidget* buttons(GtkWidget* win) {
+    GtkWidget* btn_box = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 0);
+    set_margins(btn_box, 14, 14, 8, 10);
+    changes_link = gtk_link_button_new_with_label(VELDRIN_RELEASE_SITE, "Open the full changelog on Kernhaven");
+    gtk_widget_set_halign(changes_link, GTK_ALIGN_START);
+    gtk_widget_set_no_show_all(changes_link, TRUE);
+    gtk_box_pack_start(GTK_BOX(btn_box), changes_link, FALSE, FALSE, 0);
+    GtkWidget* close_btn = gtk_button_new_with_label("Close");
+    g_signal_connect_swapped(close_btn, "clicked", G_CALLBACK(gtk_widget_destroy), win);
+    gtk_box_pack_end(GTK_BOX(btn_box), close_btn, FALSE, FALSE, 0);
+    return btn_box;
+}
+
+gboolean on_delete(GtkWidget* win, GdkEvent*, gpointer) {
+    gtk_widget_destroy(win);
+    return TRUE;
+}
+
+void on_destroy(GtkWidget*, gpointer) {
+    ++g_request;
+    changes_win = nullptr;
+    changes_header = nullptr;
+    changes_body = nullptr;
+    changes_status = nullptr;
+    changes_combo = nullptr;
+    changes_refresh = nullptr;
+    changes_link = nullptr;
+}
+
+}  // namespace
+
+void show_changes_window(const AppState& state) {
+    g_known = {state.mainline, state.stable, state.longterm};
+    if (changes_win) {
+        gtk_window_present(GTK_WINDOW(changes_win));
+        return;
+    }
+    const std::string channel = state.channel.empty() ? "stable" : state.channel;
+
+    GtkWidget* win = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+    gtk_window_set_title(GTK_WINDOW(win), "Latest Kernel Changes");
+    gtk_window_set_default_size(GTK_WINDOW(win), 780, 660);
+    gtk_window_set_position(GTK_WINDOW(win), GTK_WIN_POS_CENTER);
+    theme_apply(win);
+
+    GtkWidget* vbox = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
+    gtk_container_add(GTK_CONTAINER(win), vbox);
+    changes_header = theme_header("Latest Kernel Changes", "", theme_channel_class(channel));
+    gtk_box_pack_start(GTK_BOX(vbox), changes_header, FALSE, FALSE, 0);
+    gtk_box_pack_start(GTK_BOX(vbox), toolbar(), FALSE, FALSE, 0);
+    gtk_box_pack_start(GTK_BOX(vbox), scrolled_body(), TRUE, TRUE, 0);
+    gtk_box_pack_start(GTK_BOX(vbox), buttons(win), FALSE, FALSE, 0);
+    g_signal_connect(win, "delete-event", G_CALLBACK(on_delete), nullptr);
+    g_signal_connect(win, "destroy", G_CALLBACK(on_destroy), nullptr);
+
+    gtk_widget_show_all(win);
+    changes_win = win;
+    gtk_combo_box_set_active_id(GTK_COMBO_BOX(changes_combo), channel.c_str());
+    g_signal_connect(changes_combo, "changed", G_CALLBACK(on_combo_changed), nullptr);
+    start_load(channel, known_for(channel));
+}
+
+void close_changes_window() {
+    if (!changes_win) return;
+    gtk_widget_destroy(changes_win);
+    changes_win = nullptr;
+}
