@@ -1,5 +1,6 @@
 """The stage of each test: a display for all tests of a worker, and a session bus, a panel and a user of its own."""
 
+import signal
 from collections.abc import Iterator
 from pathlib import Path
 
@@ -13,6 +14,9 @@ from panel import Panel  # noqa: E402
 
 
 def pytest_sessionstart() -> None:
+    # Who runs the tests in the background may have these ignored, and what the tests start would inherit that.
+    signal.signal(signal.SIGINT, signal.default_int_handler)
+    signal.signal(signal.SIGHUP, signal.SIG_DFL)
     missing = [str(path) for path in (applet.PROGRAM, applet.QUICK_SLEEP, applet.NOTICE) if not path.exists()]
     if missing:
         raise pytest.UsageError(f"not built: {', '.join(missing)}; VELDRIN_BUILD names the folder of the build")
