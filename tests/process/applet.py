@@ -281,6 +281,8 @@ def other_world(root: Path, *own: Path) -> list[str | Path]:
             options += ["--ro-bind", entry, entry]
     options += ["--dev", "/dev", "--proc", "/proc", "--bind", root / "tmp", "/tmp"]
     options += ["--ro-bind-try", "/tmp/.X11-unix", "/tmp/.X11-unix"]
+    # Where the checkout lies is hidden by now if it lies below /tmp; the sanitizers read files of it.
+    options += ["--ro-bind", REPOSITORY, REPOSITORY]
     for folder in (BUILD, *own):
         options += ["--bind", folder, folder]
     return bubblewrap(*options)
