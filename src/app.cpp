@@ -1,9 +1,11 @@
 #include "app.h"
 
+#include "about_dialog.h"
 #include "changes_window.h"
 #include "info_window.h"
 #include "kernel_checker.h"
 #include "state.h"
+#include "system_window.h"
 #include "tux_rgba.h"
 
 #include <fcntl.h>
@@ -219,9 +221,13 @@ void on_show_changes(GtkMenuItem*, gpointer) {
     show_changes_window(g_state);
 }
 
-void on_show_system(GtkMenuItem*, gpointer) {}
+void on_show_system(GtkMenuItem*, gpointer) {
+    show_system_window();
+}
 
-void on_about(GtkMenuItem*, gpointer) {}
+void on_about(GtkMenuItem*, gpointer) {
+    show_about_dialog();
+}
 
 /// The user knows the newest stable version seen, even if none was seen yet.
 void on_save_kernel(GtkMenuItem*, gpointer) {
@@ -236,6 +242,7 @@ void on_quit(GtkMenuItem*, gpointer) {
     g_running = false;
     close_info_window();
     close_changes_window();
+    close_system_window();
     gtk_main_quit();
 }
 
@@ -271,6 +278,7 @@ gboolean open_info_window(gpointer) {
 }
 
 gboolean open_about_dialog(gpointer) {
+    show_about_dialog();
     return G_SOURCE_REMOVE;
 }
 
@@ -280,6 +288,7 @@ gboolean open_changes_window(gpointer) {
 }
 
 gboolean open_system_window(gpointer) {
+    show_system_window();
     return G_SOURCE_REMOVE;
 }
 
@@ -377,6 +386,7 @@ void app_run(int argc, char** argv) {
     prepare_process();
 
     gtk_init(&argc, &argv);
+    gtk_window_set_default_icon_name("org.veldrin.Veldrin");
     // Numbers are read and written with a point, whatever the user's locale.
     setlocale(LC_NUMERIC, "C");
     // This starts no thread, and it may take its time.

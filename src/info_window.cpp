@@ -6,7 +6,6 @@
 
 #include <gtk/gtk.h>
 #include <string>
-#include <string_view>
 
 namespace {
 
@@ -119,12 +118,6 @@ GtkWidget* version_row(const char* channel_name, const std::string& version) {
     return row;
 }
 
-/// Returns the host's name in an address of the form scheme, host, slash.
-std::string host_of(std::string_view site) {
-    site.remove_prefix(site.find("://") + 3);
-    return std::string(site.substr(0, site.find('/')));
-}
-
 GtkWidget* releases_card(ChannelCtx* ctx) {
     GtkWidget* card = card_with_title("KERNHAVEN");
     const std::string* versions[] = {&ctx->state->mainline, &ctx->state->stable, &ctx->state->longterm};
@@ -132,7 +125,8 @@ GtkWidget* releases_card(ChannelCtx* ctx) {
         ctx->rows[i] = version_row(CHANNEL_NAMES[i], *versions[i]);
         gtk_box_pack_start(GTK_BOX(card), ctx->rows[i], FALSE, FALSE, 0);
     }
-    GtkWidget* link = gtk_link_button_new_with_label(VELDRIN_RELEASE_SITE, host_of(VELDRIN_RELEASE_SITE).c_str());
+    GtkWidget* link =
+        gtk_link_button_new_with_label(VELDRIN_RELEASE_SITE, std::string(host_of(VELDRIN_RELEASE_SITE)).c_str());
     gtk_widget_set_halign(link, GTK_ALIGN_START);
     gtk_box_pack_start(GTK_BOX(card), link, FALSE, FALSE, 0);
     return card;

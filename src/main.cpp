@@ -1,6 +1,9 @@
 #include "app.h"
+#include "crash_handler.h"
 
 int main(int argc, char** argv) {
+    // First, so that a fault in the libraries' own start leaves a report, too.
+    CrashHandler::install();
     app_run(argc, argv);
     return 0;
 }

@@ -1,6 +1,8 @@
-// The addresses that the program asks and names, and nothing else: data only, for any thread. Each can be set by the
-// CMake cache variable of its name, so that an organisation with a mirror of its own builds its own Veldrin.
+// The addresses that the program asks and names: constants, for any thread. Each can be set by the CMake cache variable
+// of its name, so that an organisation with a mirror of its own builds its own Veldrin.
 #pragma once
+
+#include <string_view>
 
 // Every site is the scheme https, a host and a closing slash.
 
@@ -32,3 +34,9 @@
 #ifndef VELDRIN_CONTACT
 #define VELDRIN_CONTACT "support@veldrin.example"
 #endif
+
+/// Returns the host's name in a site's address.
+constexpr std::string_view host_of(std::string_view site) {
+    site.remove_prefix(site.find("://") + 3);
+    return site.substr(0, site.find('/'));
+}

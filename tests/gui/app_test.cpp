@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <chrono>
 #include <functional>
+#include <set>
 
 // ---- What the tests put in the place of other modules and libraries -------------------------------------------------
 
@@ -15,6 +16,7 @@ std::function<KernelVersions()> g_check;
 bool g_picture_fails = false;
 std::atomic<int> g_posts[4];
 std::atomic<int> g_results_posted;
+int g_abouts = 0;
 /// The lengths in seconds that threads asked to sleep for. Written by one thread at a time.
 std::vector<long> g_sleeps;
 
@@ -30,6 +32,11 @@ ChangeLog fetch_changelog(const std::string&, const std::string&) {
 
 KernelVersions fetch_kernel_versions() {
     return g_check();
+}
+
+// The real one returns only when the user has closed it.
+void show_about_dialog() {
+    ++g_abouts;
 }
 
 extern "C" {
@@ -286,7 +293,69 @@ TEST_F(Applet, QuitClearsTheFlagAndEndsTheMainLoopWithoutASave) {
     EXPECT_FALSE(std::filesystem::exists(state_file()));
 }
 
+/// Returns the titles of the windows that there are.
+std::set<std::string> window_titles() {
+    std::set<std::string> titles;
+    GList* list = gtk_window_list_toplevels();
+    for (GList* window = list; window; window = window->next) {
+        const gchar* title = gtk_window_get_title(GTK_WINDOW(window->data));
+        if (title) titles.insert(title);
+    }
+    g_list_free(list);
+    return titles;
+}
+
+TEST_F(Applet, QuitClosesAllThreeWindows) {
+    on_show_info(nullptr, nullptr);
+    on_show_changes(nullptr, nullptr);
+    on_show_system(nullptr, nullptr);
+    EXPECT_EQ(window_titles(), (std::set<std::string>{"Latest Kernel Changes", "Settings", "System & Kernel Modules"}));
+    g_idle_add(
+        [](gpointer) -> gboolean {
+            on_quit(nullptr, nullptr);
+            EXPECT_EQ(window_titles(), std::set<std::string>{});
+            return G_SOURCE_REMOVE;
+        },
+        nullptr);
+    gtk_main();
+    EXPECT_EQ(window_titles(), std::set<std::string>{});
+}
+
 // ---- Menu ----
+
+/// Picks the menu's entry `label`.
+void pick(const char* label) {
+    GtkWidget* menu = create_menu();
+    g_object_ref_sink(menu);
+    GList* items = gtk_container_get_children(GTK_CONTAINER(menu));
+    int found = 0;
+    for (GList* item = items; item; item = item->next) {
+        if (GTK_IS_SEPARATOR_MENU_ITEM(item->data)) continue;
+        if (std::string(gtk_menu_item_get_label(GTK_MENU_ITEM(item->data))) != label) continue;
+        gtk_menu_item_activate(GTK_MENU_ITEM(item->data));
+        ++found;
+    }
+    EXPECT_EQ(found, 1) << label;
+    g_list_free(items);
+    g_object_unref(menu);
+}
+
+TEST_F(Applet, MenuOpensEachWindow) {
+    pick("Settings");
+    EXPECT_EQ(window_titles(), std::set<std::string>{"Settings"});
+    close_info_window();
+    pick("Latest Changes");
+    EXPECT_EQ(window_titles(), std::set<std::string>{"Latest Kernel Changes"});
+    close_changes_window();
+    pick("System & Modules");
+    EXPECT_EQ(window_titles(), std::set<std::string>{"System & Kernel Modules"});
+    close_system_window();
+    EXPECT_EQ(g_abouts, 0);
+    pick("About");
+    EXPECT_EQ(g_abouts, 1);
+    EXPECT_EQ(window_titles(), std::set<std::string>{});
+    g_abouts = 0;
+}
 
 TEST(Menu, HoldsEightEntriesInOrder) {
     GtkWidget* menu = create_menu();
@@ -467,6 +536,28 @@ TEST(WindowSignals, EachPostItsOwnWindow) {
         EXPECT_TRUE(run_loop_until([i] { return g_posts[i] == 1; }));
         for (int other = 0; other < 4; ++other) EXPECT_EQ(g_posts[other], other == i);
     }
+}
+
+TEST(WindowSignals, EachOpensItsOwnWindow) {
+    // Whatever an earlier test still has in the queue.
+    for (int i = 0; i < 50; ++i) g_main_context_iteration(nullptr, FALSE);
+    g_abouts = 0;
+    close_info_window();
+    close_changes_window();
+    close_system_window();
+    kill(getpid(), SIGUSR1);
+    EXPECT_TRUE(run_loop_until([] { return window_titles() == std::set<std::string>{"Settings"}; }));
+    close_info_window();
+    kill(getpid(), SIGUSR2);
+    EXPECT_TRUE(run_loop_until([] { return g_abouts == 1; }));
+    EXPECT_EQ(window_titles(), std::set<std::string>{});
+    kill(getpid(), SIGRTMIN + 1);
+    EXPECT_TRUE(run_loop_until([] { return window_titles() == std::set<std::string>{"Latest Kernel Changes"}; }));
+    close_changes_window();
+    kill(getpid(), SIGRTMIN + 2);
+    EXPECT_TRUE(run_loop_until([] { return window_titles() == std::set<std::string>{"System & Kernel Modules"}; }));
+    close_system_window();
+    EXPECT_EQ(g_abouts, 1);
 }
 
 TEST(WindowSignals, WaitWhileTheMainThreadIsBusy) {

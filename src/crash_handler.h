@@ -1,0 +1,10 @@
+// The last words of the process: on a fatal signal, a report with a backtrace in a file, and an offer to mail it. Owns
+// the handlers of these signals, which run on the thread that faulted. Needs nothing of the rest of the program.
+#pragma once
+
+namespace CrashHandler {
+
+/// Installs the handler of the five fatal signals. Once, before anything else. The process still dies of its signal.
+void install();
+
+}  // namespace CrashHandler

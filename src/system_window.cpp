@@ -1,0 +1,684 @@
+#include "system_window.h"
+
+#include "local_system.h"
+#include "theme.h"
+
+#include <gtk/gtk.h>
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr char USED_FG_ACTIVE[] = "#15803d";
+constexpr char USED_FG_IDLE[] = "#9ca3af";
+
+constexpr char COMMAND_KEY[] = "cmd";
+constexpr char COPY_BUTTON_KEY[] = "copy-btn";
+
+/// The columns of the store.
+enum Column { NAME, SIZE_TEXT, SIZE, REFCOUNT, USED_BY, USED_FG, INDEX, COLUMNS };
+
+GtkWidget* system_win = nullptr;
+std::vector<KernelModule> g_modules;
+
+GtkListStore* g_store = nullptr;
+GtkTreeModel* g_filter = nullptr;
+GtkWidget* g_search = nullptr;
+GtkWidget* g_detail_box = nullptr;
+GtkWidget* g_mod_status = nullptr;
+GtkWidget* g_mod_error = nullptr;
+GtkWidget* g_mod_error_title = nullptr;
+GtkWidget* g_mod_error_text = nullptr;
+GtkWidget* g_mod_pane = nullptr;
+
+/// The button that reads "Copied", null once it is gone: its timer may outlive it.
+GtkWidget* g_copied_button = nullptr;
+
+// ---- Small pieces ---------------------------------------------------------------------------------------------------
+
+struct Free {
+    void operator()(gchar* text) const { g_free(text); }
+};
+using Text = std::unique_ptr<gchar, Free>;
+
+/// Returns `text` as GTK can show it, whatever its bytes are: an old author's name may be in any encoding.
+Text valid_utf8(const std::string& text) {
+    return Text(g_utf8_make_valid(text.data(), static_cast<gssize>(text.size())));
+}
+
+GtkWidget* left_label(const std::string& text, const char* css_class) {
+    GtkWidget* label = gtk_label_new(valid_utf8(text).get());
+    gtk_label_set_xalign(GTK_LABEL(label), 0.0);
+    theme_add_class(label, css_class);
+    return label;
+}
+
+GtkWidget* wrapped_label(const std::string& text, const char* css_class) {
+    GtkWidget* label = left_label(text, css_class);
+    gtk_label_set_line_wrap(GTK_LABEL(label), TRUE);
+    return label;
+}
+
+GtkWidget* key_label(const char* key) {
+    GtkWidget* label = left_label(key, "key");
+    gtk_widget_set_size_request(label, 110, -1);
+    return label;
+}
+
+GtkWidget* badge(const std::string& text, const char* css_class) {
+    return theme_badge(valid_utf8(text).get(), css_class);
+}
+
+void set_margins(GtkWidget* widget, int start, int end, int top, int bottom) {
+    gtk_widget_set_margin_start(widget, start);
+    gtk_widget_set_margin_end(widget, end);
+    gtk_widget_set_margin_top(widget, top);
+    gtk_widget_set_margin_bottom(widget, bottom);
+}
+
+void pack(GtkWidget* box, GtkWidget* child) {
+    gtk_box_pack_start(GTK_BOX(box), child, FALSE, FALSE, 0);
+}
+
+void pack_filling(GtkWidget* box, GtkWidget* child) {
+    gtk_box_pack_start(GTK_BOX(box), child, TRUE, TRUE, 0);
+}
+
+GtkWidget* kv_row(const char* key, const std::string& value, bool mono) {
+    GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 12);
+    GtkWidget* name = key_label(key);
+    gtk_widget_set_valign(name, GTK_ALIGN_START);
+    pack(row, name);
+    GtkWidget* text = wrapped_label(value, mono ? "mono" : "val");
+    gtk_label_set_selectable(GTK_LABEL(text), TRUE);
+    gtk_label_set_max_width_chars(GTK_LABEL(text), 58);
+    pack_filling(row, text);
+    return row;
+}
+
+/// Adds a key and its value to a card, unless the value is unknown.
+void card_add_kv(GtkWidget* card, const char* key, const std::string& value, bool mono = false) {
+    if (!value.empty()) pack(card, kv_row(key, value, mono));
+}
+
+GtkWidget* card_with_title(const char* title) {
+    GtkWidget* card = theme_card();
+    pack(card, left_label(title, "section"));
+    return card;
+}
+
+bool in_use(const KernelModule& m) {
+    return m.refcount > 0 || !m.used_by.empty();
+}
+
+size_t count_in_use() {
+    return static_cast<size_t>(std::ranges::count_if(g_modules, in_use));
+}
+
+// ---- System tab -----------------------------------------------------------------------------------------------------
+
+GtkWidget* running_kernel_card(const SystemInfo& si) {
+    GtkWidget* card = card_with_title("RUNNING KERNEL");
+    GtkWidget* top = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 10);
+    GtkWidget* ver = left_label(si.running_kernel, "val-strong");
+    gtk_label_set_selectable(GTK_LABEL(ver), TRUE);
+    pack(top, ver);
+    if (!si.arch.empty()) pack(top, badge(si.arch, "badge-blue"));
+    for (const char* flag : {"SMP", "PREEMPT"}) {
+        if (si.kernel_flags.find(flag) != std::string::npos) pack(top, badge(flag, "badge-gray"));
+    }
+    gtk_box_pack_start(GTK_BOX(card), top, FALSE, FALSE, 2);
+
+    card_add_kv(card, "Built", si.build_date);
+    card_add_kv(card, "Built by", si.build_user);
+    card_add_kv(card, "Compiler", si.compiler);
+    card_add_kv(card, "Boot line", si.cmdline, true);
+    return card;
+}
+
+GtkWidget* distro_note(const std::string& note) {
+    GtkWidget* label = wrapped_label(note, "note");
+    gtk_label_set_selectable(GTK_LABEL(label), TRUE);
+    // The width of a key and the spacing behind it.
+    gtk_widget_set_margin_start(label, 122);
+    return label;
+}
+
+GtkWidget* module_counts_row(size_t module_count, size_t modules_in_use, bool modules_readable) {
+    GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 8);
+    pack(row, key_label("Modules"));
+    if (modules_readable) {
+        pack(row, badge(std::to_string(module_count) + " loaded", "badge-green"));
+        pack(row, badge(std::to_string(modules_in_use) + " in use", "badge-blue"));
+    } else {
+        pack(row, badge("not readable", "badge-red"));
+        GtkWidget* pointer = gtk_label_new("see the Modules tab");
+        theme_add_class(pointer, "note");
+        pack(row, pointer);
+    }
+    return row;
+}
+
+GtkWidget* system_card(const SystemInfo& si, size_t module_count, size_t modules_in_use, bool modules_readable) {
+    GtkWidget* card = card_with_title("SYSTEM");
+    card_add_kv(card, "Distribution", si.distro);
+    if (!si.distro_note.empty()) pack(card, distro_note(si.distro_note));
+    card_add_kv(card, "Hostname", si.hostname);
+    card_add_kv(card, "Uptime", si.uptime);
+    pack(card, module_counts_row(module_count, modules_in_use, modules_readable));
+    return card;
+}
+
+GtkWidget* kernel_badge(const InstalledKernel& k) {
+    if (k.running) return badge("running", "badge-green");
+    if (k.has_image && k.has_modules) return badge("image + modules", "badge-gray");
+    return badge(k.has_image ? "image only" : "modules only", "badge-amber");
+}
+
+GtkWidget* installed_row(const InstalledKernel& k) {
+    GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 8);
+    GtkWidget* name = left_label(k.version, k.running ? "val" : "key");
+    gtk_label_set_selectable(GTK_LABEL(name), TRUE);
+    gtk_widget_set_size_request(name, 260, -1);
+    pack(row, name);
+    pack(row, kernel_badge(k));
+    return row;
+}
+
+/// Returns the closed expander over the rows of what is left of kernels that are gone.
+GtkWidget* leftovers_expander(GtkWidget* leftovers, size_t leftover_count) {
+    const std::string text =
+        std::to_string(leftover_count) + " module tree" + (leftover_count == 1 ? "" : "s") + " without a kernel image";
+    GtkWidget* expander = gtk_expander_new(text.c_str());
+    gtk_container_add(GTK_CONTAINER(expander), leftovers);
+    gtk_expander_set_expanded(GTK_EXPANDER(expander), FALSE);
+    gtk_widget_set_margin_top(expander, 6);
+    return expander;
+}
+
+GtkWidget* installed_kernels_card(const SystemInfo& si) {
+    GtkWidget* card = card_with_title("INSTALLED KERNELS");
+    if (si.installed.empty()) pack(card, left_label("none found", "note"));
+
+    const auto belongs_in_card = [](const InstalledKernel& k) { return k.has_image || k.running; };
+    const auto in_card = static_cast<size_t>(std::ranges::count_if(si.installed, belongs_in_card));
+    const size_t leftover_count = si.installed.size() - in_card;
+    GtkWidget* leftovers = nullptr;
+    if (leftover_count != 0) {
+        leftovers = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
+        gtk_widget_set_margin_top(leftovers, 4);
+    }
+    for (const InstalledKernel& k : si.installed) pack(belongs_in_card(k) ? card : leftovers, installed_row(k));
+    if (leftovers) pack(card, leftovers_expander(leftovers, leftover_count));
+
+    if (!si.installed_note.empty()) {
+        GtkWidget* note = wrapped_label(si.installed_note, "note");
+        gtk_widget_set_margin_top(note, 4);
+        pack(card, note);
+    }
+    return card;
+}
+
+GtkWidget* build_system_tab(const SystemInfo& si, size_t module_count, size_t modules_in_use, bool modules_readable) {
+    GtkWidget* scroll = gtk_scrolled_window_new(nullptr, nullptr);
+    gtk_scrolled_window_set_policy(GTK_SCROLLED_WINDOW(scroll), GTK_POLICY_AUTOMATIC, GTK_POLICY_AUTOMATIC);
+    GtkWidget* col = gtk_box_new(GTK_ORIENTATION_VERTICAL, 12);
+    set_margins(col, 16, 16, 14, 16);
+    pack(col, running_kernel_card(si));
+    pack(col, system_card(si, module_count, modules_in_use, modules_readable));
+    pack(col, installed_kernels_card(si));
+    gtk_container_add(GTK_CONTAINER(scroll), col);
+    return scroll;
+}
+
+// ---- Modules tab: the detail pane -----------------------------------------------------------------------------------
+
+/// Moves the divider so that the detail pane just holds its content and the table takes the rest. Runs from the idle
+/// queue, when new content is shown and the pane has its size; once for each request.
+gboolean fit_detail_pane(gpointer) {
+    constexpr int CHROME = 34;
+    constexpr int MIN_LIST = 170;
+    constexpr int MIN_DETAIL = 70;
+    if (!g_mod_pane || !g_detail_box) return G_SOURCE_REMOVE;
+
+    const int total = gtk_widget_get_allocated_height(g_mod_pane);
+    const int width = gtk_widget_get_allocated_width(g_mod_pane);
+    if (total < 120 || width < 50) return G_SOURCE_REMOVE;
+
+    int natural = 0;
+    gtk_widget_get_preferred_height_for_width(g_detail_box, width - 24, nullptr, &natural);
+    const int pos = std::min(std::max(total - natural - CHROME, MIN_LIST), total - MIN_DETAIL);
+    gtk_paned_set_position(GTK_PANED(g_mod_pane), pos);
+    return G_SOURCE_REMOVE;
+}
+
+void clear_detail() {
+    gtk_container_foreach(
+        GTK_CONTAINER(g_detail_box), [](GtkWidget* child, gpointer) { gtk_widget_destroy(child); }, nullptr);
+}
+
+void show_detail() {
+    gtk_widget_show_all(g_detail_box);
+    g_idle_add(fit_detail_pane, nullptr);
+}
+
+void show_detail_placeholder() {
+    clear_detail();
+    pack(g_detail_box, left_label("Select a module to see its details.", "note"));
+    show_detail();
+}
+
+GtkWidget* module_head(const KernelModule& m) {
+    GtkWidget* top = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 8);
+    GtkWidget* name = left_label(m.name, "val-strong");
+    gtk_label_set_selectable(GTK_LABEL(name), TRUE);
+    pack(top, name);
+    pack(top, badge(m.state, m.state == "Live" ? "badge-green" : "badge-amber"));
+    pack(top, badge(format_size(m.size), "badge-gray"));
+    if (in_use(m)) pack(top, badge("used by " + std::to_string(m.refcount), "badge-blue"));
+    if (!m.license.empty()) pack(top, badge(m.license, "badge-purple"));
+    return top;
+}
+
+/// Returns the grid of a module's parameters, which fills down one column and then the next. There must be at least one.
+GtkWidget* parameter_grid(const KernelModule& m) {
+    const size_t n = m.parameters.size();
+    const size_t cols = n <= 8 ? 1 : n <= 24 ? 2 : 3;
+    const size_t rows = (n + cols - 1) / cols;
+
+    GtkWidget* grid = gtk_grid_new();
+    gtk_grid_set_column_spacing(GTK_GRID(grid), 18);
+    for (size_t i = 0; i < n; ++i) {
+        const auto& [name, value] = m.parameters[i];
+        GtkWidget* label = left_label(name + " = " + value, "mono");
+        gtk_label_set_selectable(GTK_LABEL(label), TRUE);
+        gtk_label_set_ellipsize(GTK_LABEL(label), PANGO_ELLIPSIZE_END);
+        gtk_label_set_max_width_chars(GTK_LABEL(label), 34);
+        gtk_grid_attach(GTK_GRID(grid), label, static_cast<int>(i / rows), static_cast<int>(i % rows), 1, 1);
+    }
+    return grid;
+}
+
+GtkWidget* parameters_row(const KernelModule& m) {
+    GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 12);
+    GtkWidget* key = key_label("Parameters");
+    gtk_widget_set_valign(key, GTK_ALIGN_START);
+    pack(row, key);
+    pack_filling(row, parameter_grid(m));
+    return row;
+}
+
+void show_module(const KernelModule& m) {
+    clear_detail();
+    pack(g_detail_box, module_head(m));
+    if (!m.description.empty()) {
+        GtkWidget* description = wrapped_label(m.description, "val");
+        gtk_label_set_selectable(GTK_LABEL(description), TRUE);
+        pack(g_detail_box, description);
+    }
+    card_add_kv(g_detail_box, "Used by", m.used_by);
+    card_add_kv(g_detail_box, "Version", m.version);
+    card_add_kv(g_detail_box, "Author", m.author);
+    card_add_kv(g_detail_box, "Taint", m.taint);
+    card_add_kv(g_detail_box, "srcversion", m.srcversion, true);
+    card_add_kv(g_detail_box, "File", m.filename, true);
+    if (!m.parameters.empty()) pack(g_detail_box, parameters_row(m));
+    show_detail();
+}
+
+void on_selection_changed(GtkTreeSelection* sel, gpointer) {
+    // The table loses its selection once more while the window goes.
+    if (!g_detail_box) return;
+    GtkTreeModel* model = nullptr;
+    GtkTreeIter iter;
+    if (!gtk_tree_selection_get_selected(sel, &model, &iter)) {
+        show_detail_placeholder();
+        return;
+    }
+    int idx = -1;
+    gtk_tree_model_get(model, &iter, INDEX, &idx, -1);
+    // A reload replaces the modules before the rows.
+    if (idx < 0 || static_cast<size_t>(idx) >= g_modules.size()) return;
+    KernelModule& m = g_modules[static_cast<size_t>(idx)];
+    fill_module_details(m);
+    show_module(m);
+}
+
+// ---- Modules tab: the table -----------------------------------------------------------------------------------------
+
+void fill_store() {
+    gtk_list_store_clear(g_store);
+    for (size_t i = 0; i < g_modules.size(); ++i) {
+        const KernelModule& m = g_modules[i];
+        gtk_list_store_insert_with_values(g_store, nullptr, -1, NAME, valid_utf8(m.name).get(), SIZE_TEXT,
+                                          format_size(m.size).c_str(), SIZE, static_cast<guint64>(m.size), REFCOUNT,
+                                          m.refcount, USED_BY, valid_utf8(m.used_by).get(), USED_FG,
+                                          in_use(m) ? USED_FG_ACTIVE : USED_FG_IDLE, INDEX, static_cast<int>(i), -1);
+    }
+}
+
+const char* filter_text() {
+    return g_search ? gtk_entry_get_text(GTK_ENTRY(g_search)) : "";
+}
+
+gboolean row_visible(GtkTreeModel* model, GtkTreeIter* iter, gpointer) {
+    const char* text = filter_text();
+    if (!*text) return TRUE;
+
+    gchar* name = nullptr;
+    gchar* used = nullptr;
+    gtk_tree_model_get(model, iter, NAME, &name, USED_BY, &used, -1);
+    const Text needle(g_utf8_casefold(text, -1));
+    bool hit = false;
+    for (gchar* const value : {name, used}) {
+        if (value && !hit) hit = std::strstr(Text(g_utf8_casefold(value, -1)).get(), needle.get());
+        g_free(value);
+    }
+    return hit;
+}
+
+void update_module_status() {
+    if (!g_mod_status) return;
+    const int shown = gtk_tree_model_iter_n_children(g_filter, nullptr);
+    std::string text = std::to_string(shown) + " of " + std::to_string(g_modules.size()) + " modules  ·  " +
+                       std::to_string(count_in_use()) + " in use";
+    if (*filter_text()) text += std::string("  ·  filter: ") + filter_text();
+    gtk_label_set_text(GTK_LABEL(g_mod_status), text.c_str());
+}
+
+void refilter() {
+    gtk_tree_model_filter_refilter(GTK_TREE_MODEL_FILTER(g_filter));
+    update_module_status();
+}
+
+void on_search_changed(GtkEditable*, gpointer) {
+    refilter();
+}
+
+/// Shows why there is no list: a title and, behind the first line feed of `error`, an explanation.
+void set_module_error(const std::string& error) {
+    const size_t cut = std::min(error.find('\n'), error.size());
+    gtk_label_set_text(GTK_LABEL(g_mod_error_title), error.substr(0, cut).c_str());
+    gtk_label_set_text(GTK_LABEL(g_mod_error_text), cut < error.size() ? error.c_str() + cut + 1 : "");
+}
+
+/// Shows the error panel in the table's place.
+void show_module_error(const std::string& error) {
+    set_module_error(error);
+    gtk_widget_show_all(g_mod_error);
+    gtk_widget_hide(g_mod_pane);
+    gtk_widget_hide(g_mod_status);
+    gtk_widget_set_sensitive(g_search, FALSE);
+}
+
+/// Shows the table in the error panel's place.
+void show_module_list() {
+    gtk_widget_hide(g_mod_error);
+    gtk_widget_show(g_mod_pane);
+    gtk_widget_show(g_mod_status);
+    gtk_widget_set_sensitive(g_search, TRUE);
+}
+
+void reload_modules(GtkButton*, gpointer) {
+    std::string error;
+    g_modules = get_loaded_modules(error);
+    if (error.empty()) {
+        show_module_list();
+    } else {
+        show_module_error(error);
+    }
+    fill_store();
+    refilter();
+    show_detail_placeholder();
+}
+
+GtkWidget* module_toolbar() {
+    GtkWidget* bar = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 8);
+    theme_add_class(bar, "toolbar");
+    g_search = gtk_entry_new();
+    gtk_entry_set_placeholder_text(GTK_ENTRY(g_search), "Filter by module name or user…");
+    g_signal_connect(g_search, "changed", G_CALLBACK(on_search_changed), nullptr);
+    pack_filling(bar, g_search);
+    GtkWidget* reload = gtk_button_new_with_label("Reload");
+    g_signal_connect(reload, "clicked", G_CALLBACK(reload_modules), nullptr);
+    pack(bar, reload);
+    return bar;
+}
+
+GtkWidget* centred_label(const char* css_class) {
+    GtkWidget* label = gtk_label_new("");
+    gtk_label_set_justify(GTK_LABEL(label), GTK_JUSTIFY_CENTER);
+    gtk_label_set_line_wrap(GTK_LABEL(label), TRUE);
+    gtk_widget_set_halign(label, GTK_ALIGN_CENTER);
+    theme_add_class(label, css_class);
+    return label;
+}
+
+GtkWidget* module_error_panel() {
+    g_mod_error = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
+    gtk_widget_set_valign(g_mod_error, GTK_ALIGN_CENTER);
+    gtk_widget_set_halign(g_mod_error, GTK_ALIGN_CENTER);
+
+    GtkWidget* card = theme_card();
+    gtk_widget_set_size_request(card, 460, -1);
+    GtkWidget* badge_row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 8);
+    gtk_widget_set_halign(badge_row, GTK_ALIGN_CENTER);
+    pack(badge_row, badge("no access", "badge-amber"));
+    pack(card, badge_row);
+
+    g_mod_error_title = centred_label("val-strong");
+    gtk_widget_set_margin_top(g_mod_error_title, 4);
+    pack(card, g_mod_error_title);
+    g_mod_error_text = centred_label("status");
+    gtk_label_set_max_width_chars(GTK_LABEL(g_mod_error_text), 52);
+    gtk_label_set_selectable(GTK_LABEL(g_mod_error_text), TRUE);
+    pack(card, g_mod_error_text);
+    pack(g_mod_error, card);
+    return g_mod_error;
+}
+
+void add_text_column(GtkWidget* view, const char* title, int col, int sort_col, float xalign, int min_width,
+                     bool colour_by_use) {
+    GtkCellRenderer* renderer = gtk_cell_renderer_text_new();
+    g_object_set(renderer, "xalign", static_cast<double>(xalign), nullptr);
+    GtkTreeViewColumn* column = gtk_tree_view_column_new_with_attributes(title, renderer, "text", col, nullptr);
+    if (colour_by_use) gtk_tree_view_column_add_attribute(column, renderer, "foreground", USED_FG);
+    gtk_tree_view_column_set_sort_column_id(column, sort_col);
+    gtk_tree_view_column_set_resizable(column, TRUE);
+    gtk_tree_view_column_set_min_width(column, min_width);
+    gtk_tree_view_append_column(GTK_TREE_VIEW(view), column);
+}
+
+/// Returns the table, empty. The store and the filter below it are made anew with each window, and stay behind.
+GtkWidget* module_table() {
+    g_store = gtk_list_store_new(COLUMNS, G_TYPE_STRING, G_TYPE_STRING, G_TYPE_UINT64, G_TYPE_INT, G_TYPE_STRING,
+                                 G_TYPE_STRING, G_TYPE_INT);
+    g_filter = gtk_tree_model_filter_new(GTK_TREE_MODEL(g_store), nullptr);
+    gtk_tree_model_filter_set_visible_func(GTK_TREE_MODEL_FILTER(g_filter), row_visible, nullptr, nullptr);
+    GtkTreeModel* sorted = gtk_tree_model_sort_new_with_model(g_filter);
+    GtkWidget* view = gtk_tree_view_new_with_model(sorted);
+    g_object_unref(sorted);
+    gtk_tree_view_set_search_column(GTK_TREE_VIEW(view), NAME);
+
+    add_text_column(view, "Module", NAME, NAME, 0.0F, 170, false);
+    add_text_column(view, "Size", SIZE_TEXT, SIZE, 1.0F, 80, false);
+    add_text_column(view, "Used", REFCOUNT, REFCOUNT, 1.0F, 55, true);
+    add_text_column(view, "Used by", USED_BY, USED_BY, 0.0F, 220, false);
+
+    GtkTreeSelection* selection = gtk_tree_view_get_selection(GTK_TREE_VIEW(view));
+    g_signal_connect(selection, "changed", G_CALLBACK(on_selection_changed), nullptr);
+    return view;
+}
+
+GtkWidget* scrolled(GtkWidget* content) {
+    GtkWidget* scroll = gtk_scrolled_window_new(nullptr, nullptr);
+    gtk_scrolled_window_set_policy(GTK_SCROLLED_WINDOW(scroll), GTK_POLICY_AUTOMATIC, GTK_POLICY_AUTOMATIC);
+    gtk_container_add(GTK_CONTAINER(scroll), content);
+    return scroll;
+}
+
+GtkWidget* build_modules_tab() {
+    GtkWidget* box = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
+    pack(box, module_toolbar());
+    g_mod_status = left_label("", "status");
+    set_margins(g_mod_status, 14, 0, 6, 4);
+    pack(box, g_mod_status);
+    pack_filling(box, module_error_panel());
+
+    GtkWidget* list_scroll = scrolled(module_table());
+    g_detail_box = theme_card();
+    set_margins(g_detail_box, 12, 12, 10, 10);
+    // Keeps the card at its own height in a pane that is higher.
+    GtkWidget* detail_holder = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
+    pack(detail_holder, g_detail_box);
+    GtkWidget* detail_scroll = scrolled(detail_holder);
+
+    g_mod_pane = gtk_paned_new(GTK_ORIENTATION_VERTICAL);
+    gtk_paned_pack1(GTK_PANED(g_mod_pane), list_scroll, TRUE, FALSE);
+    gtk_paned_pack2(GTK_PANED(g_mod_pane), detail_scroll, FALSE, FALSE);
+    gtk_paned_set_position(GTK_PANED(g_mod_pane), 250);
+    pack_filling(box, g_mod_pane);
+    return box;
+}
+
+// ---- Permission bar -------------------------------------------------------------------------------------------------
+
+gboolean restore_copy_label(gpointer btn) {
+    if (btn && btn == g_copied_button && GTK_IS_BUTTON(btn)) gtk_button_set_label(GTK_BUTTON(btn), "Copy");
+    return G_SOURCE_REMOVE;
+}
+
+/// Puts the command of the button `btn` on the clipboard, and says so for two seconds.
+void copy_command(GtkButton* btn) {
+    const auto* cmd = static_cast<const std::string*>(g_object_get_data(G_OBJECT(btn), COMMAND_KEY));
+    if (!cmd) return;
+    gtk_clipboard_set_text(gtk_clipboard_get(GDK_SELECTION_CLIPBOARD), cmd->c_str(), -1);
+    gtk_button_set_label(btn, "Copied");
+    g_set_weak_pointer(&g_copied_button, GTK_WIDGET(btn));
+    g_timeout_add_seconds(2, restore_copy_label, btn);
+}
+
+/// One click on the command copies it and selects it; GTK's own handling would move the cursor.
+gboolean on_command_pressed(GtkWidget* entry, GdkEventButton*, gpointer) {
+    auto* copy = static_cast<GtkButton*>(g_object_get_data(G_OBJECT(entry), COPY_BUTTON_KEY));
+    if (copy) copy_command(copy);
+    gtk_widget_grab_focus(entry);
+    gtk_editable_select_region(GTK_EDITABLE(entry), 0, -1);
+    return TRUE;
+}
+
+GtkWidget* command_row(const std::string& cmd) {
+    GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 8);
+    GtkWidget* entry = gtk_entry_new();
+    gtk_entry_set_text(GTK_ENTRY(entry), cmd.c_str());
+    gtk_editable_set_editable(GTK_EDITABLE(entry), FALSE);
+    gtk_entry_set_width_chars(GTK_ENTRY(entry), 46);
+    theme_add_class(entry, "mono");
+    pack_filling(row, entry);
+
+    GtkWidget* copy = gtk_button_new_with_label("Copy");
+    g_object_set_data_full(G_OBJECT(copy), COMMAND_KEY, new std::string(cmd),
+                           [](gpointer owned) { delete static_cast<std::string*>(owned); });
+    g_signal_connect(copy, "clicked", G_CALLBACK(copy_command), nullptr);
+    pack(row, copy);
+
+    g_object_set_data(G_OBJECT(entry), COPY_BUTTON_KEY, copy);
+    g_signal_connect(entry, "button-press-event", G_CALLBACK(on_command_pressed), nullptr);
+    return row;
+}
+
+/// Returns the card that tells a confined user how to let the program see the modules.
+GtkWidget* permission_bar() {
+    GtkWidget* hint = theme_card();
+    set_margins(hint, 14, 14, 10, 0);
+    pack(hint, wrapped_label("The module list and the host system details need one permission. Run this in a terminal, "
+                             "then reopen this window (click the command to copy it):",
+                             "key"));
+    pack(hint, command_row(valid_utf8(snap_connect_command()).get()));
+    return hint;
+}
+
+// ---- The window -----------------------------------------------------------------------------------------------------
+
+GtkWidget* buttons(GtkWidget* window) {
+    GtkWidget* btn_box = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 0);
+    set_margins(btn_box, 14, 14, 8, 10);
+    GtkWidget* close = gtk_button_new_with_label("Close");
+    g_signal_connect_swapped(close, "clicked", G_CALLBACK(gtk_widget_destroy), window);
+    gtk_box_pack_end(GTK_BOX(btn_box), close, FALSE, FALSE, 0);
+    return btn_box;
+}
+
+gboolean on_delete(GtkWidget* window, GdkEvent*, gpointer) {
+    gtk_widget_destroy(window);
+    return TRUE;
+}
+
+void on_destroy(GtkWidget*, gpointer) {
+    system_win = nullptr;
+    g_store = nullptr;
+    g_filter = nullptr;
+    g_search = nullptr;
+    g_detail_box = nullptr;
+    g_mod_status = nullptr;
+    g_mod_error = nullptr;
+    g_mod_error_title = nullptr;
+    g_mod_error_text = nullptr;
+    g_mod_pane = nullptr;
+    g_modules.clear();
+}
+
+}  // namespace
+
+void show_system_window() {
+    if (system_win) {
+        gtk_window_present(GTK_WINDOW(system_win));
+        return;
+    }
+    std::string mod_error;
+    g_modules = get_loaded_modules(mod_error);
+    const SystemInfo si = get_system_info();
+
+    GtkWidget* win = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+    gtk_window_set_title(GTK_WINDOW(win), "System & Kernel Modules");
+    gtk_window_set_default_size(GTK_WINDOW(win), 820, 720);
+    gtk_window_set_position(GTK_WINDOW(win), GTK_WIN_POS_CENTER);
+    theme_apply(win);
+
+    GtkWidget* vbox = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
+    gtk_container_add(GTK_CONTAINER(win), vbox);
+    const std::string subtitle = si.running_kernel + (si.distro.empty() ? "" : "  ·  " + si.distro);
+    pack(vbox, theme_header("System & Kernel Modules", valid_utf8(subtitle).get(), "acc-system"));
+
+    GtkWidget* notebook = gtk_notebook_new();
+    gtk_notebook_append_page(GTK_NOTEBOOK(notebook),
+                             build_system_tab(si, g_modules.size(), count_in_use(), mod_error.empty()),
+                             gtk_label_new("System"));
+    gtk_notebook_append_page(GTK_NOTEBOOK(notebook), build_modules_tab(), gtk_label_new("Modules"));
+    pack_filling(vbox, notebook);
+    if (running_as_snap() && !mod_error.empty()) pack(vbox, permission_bar());
+    pack(vbox, buttons(win));
+
+    g_signal_connect(win, "delete-event", G_CALLBACK(on_delete), nullptr);
+    g_signal_connect(win, "destroy", G_CALLBACK(on_destroy), nullptr);
+    gtk_widget_show_all(win);
+    system_win = win;
+
+    fill_store();
+    refilter();
+    show_detail_placeholder();
+    if (mod_error.empty()) {
+        gtk_widget_hide(g_mod_error);
+    } else {
+        show_module_error(mod_error);
+    }
+}
+
+void close_system_window() {
+    if (!system_win) return;
+    gtk_widget_destroy(system_win);
+    system_win = nullptr;
+}
