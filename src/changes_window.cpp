@@ -14,6 +14,8 @@
 
 namespace {
 
+constexpr char FOCUS_KEY[] = "focus";
+
 GtkWidget* changes_win = nullptr;
 GtkWidget* changes_header = nullptr;
 GtkWidget* changes_body = nullptr;
@@ -125,6 +127,8 @@ GtkWidget* subject_or_expander(const std::string& subject, const std::string& te
     gtk_widget_set_margin_bottom(body, 2);
     gtk_container_add(GTK_CONTAINER(exp), body);
     gtk_expander_set_expanded(GTK_EXPANDER(exp), FALSE);
+    // Of itself GTK lets the keyboard into what a closed expander hides.
+    g_object_bind_property(exp, "expanded", body, "can-focus", G_BINDING_SYNC_CREATE);
     return exp;
 }
 
@@ -220,6 +224,12 @@ void show_failure(const ChangeLog& log) {
     gtk_widget_hide(changes_link);
 }
 
+/// Gives the keyboard back to the control that had it when the load began, unless it was led elsewhere meanwhile.
+void give_keys_back() {
+    auto* control = static_cast<GtkWidget*>(g_object_get_data(G_OBJECT(changes_win), FOCUS_KEY));
+    if (control && !gtk_window_get_focus(GTK_WINDOW(changes_win))) gtk_widget_grab_focus(control);
+}
+
 /// Shows a load's result, `data`, a LoadResult on the heap that is ours from here on. A stale one is dropped.
 gboolean apply_result(gpointer data) {
     const std::unique_ptr<LoadResult> res(static_cast<LoadResult*>(data));
@@ -228,6 +238,7 @@ gboolean apply_result(gpointer data) {
     clear_body();
     gtk_widget_set_sensitive(changes_refresh, TRUE);
     gtk_widget_set_sensitive(changes_combo, TRUE);
+    give_keys_back();
     if (res->log.success) {
         show_changes(res->log);
     } else {
@@ -256,6 +267,8 @@ void start_load(const std::string& channel, const std::string& known_version) {
     theme_header_set_accent(changes_header, theme_channel_class(channel));
     theme_header_set_subtitle(changes_header, valid_utf8(channel + "  ·  loading …").get());
     clear_body();
+    // What takes no keys for a while loses them for good, so that they would have to be led there anew after each load.
+    g_object_set_data(G_OBJECT(changes_win), FOCUS_KEY, gtk_window_get_focus(GTK_WINDOW(changes_win)));
     gtk_widget_set_sensitive(changes_refresh, FALSE);
     gtk_widget_set_sensitive(changes_combo, FALSE);
     gtk_widget_hide(changes_link);

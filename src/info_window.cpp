@@ -41,7 +41,10 @@ GtkWidget* key_label(const char* key) {
 
 GtkWidget* card_with_title(const char* title) {
     GtkWidget* card = theme_card();
-    gtk_box_pack_start(GTK_BOX(card), left_label(title, "section"), FALSE, FALSE, 0);
+    GtkWidget* label = left_label(title, "section");
+    // With spaced letters a label of several words takes the height of two lines, unless it is allowed to have two.
+    gtk_label_set_line_wrap(GTK_LABEL(label), TRUE);
+    gtk_box_pack_start(GTK_BOX(card), label, FALSE, FALSE, 0);
     return card;
 }
 
@@ -91,8 +94,12 @@ GtkWidget* channel_combo(ChannelCtx* ctx) {
 GtkWidget* panel_card(ChannelCtx* ctx) {
     GtkWidget* card = card_with_title("SHOWN IN PANEL");
     GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 12);
-    gtk_box_pack_start(GTK_BOX(row), key_label("Channel"), FALSE, FALSE, 0);
-    gtk_box_pack_start(GTK_BOX(row), channel_combo(ctx), TRUE, TRUE, 0);
+    GtkWidget* key = key_label("Channel");
+    gtk_box_pack_start(GTK_BOX(row), key, FALSE, FALSE, 0);
+    GtkWidget* combo = channel_combo(ctx);
+    gtk_box_pack_start(GTK_BOX(row), combo, TRUE, TRUE, 0);
+    // So a screen reader says what the selector is for.
+    gtk_label_set_mnemonic_widget(GTK_LABEL(key), combo);
     gtk_box_pack_start(GTK_BOX(card), row, FALSE, FALSE, 0);
 
     GtkWidget* hint =

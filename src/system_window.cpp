@@ -106,7 +106,8 @@ void card_add_kv(GtkWidget* card, const char* key, const std::string& value, boo
 
 GtkWidget* card_with_title(const char* title) {
     GtkWidget* card = theme_card();
-    pack(card, left_label(title, "section"));
+    // With spaced letters a label of several words takes the height of two lines, unless it is allowed to have two.
+    pack(card, wrapped_label(title, "section"));
     return card;
 }
 
@@ -196,6 +197,8 @@ GtkWidget* leftovers_expander(GtkWidget* leftovers, size_t leftover_count) {
     gtk_container_add(GTK_CONTAINER(expander), leftovers);
     gtk_expander_set_expanded(GTK_EXPANDER(expander), FALSE);
     gtk_widget_set_margin_top(expander, 6);
+    // Of itself GTK lets the keyboard into what a closed expander hides.
+    g_object_bind_property(expander, "expanded", leftovers, "sensitive", G_BINDING_SYNC_CREATE);
     return expander;
 }
 

@@ -219,6 +219,7 @@ class Changes : public testing::Test {
     static bool link_shown() { return gtk_widget_get_visible(changes_link); }
     static std::string link_address() { return gtk_link_button_get_uri(GTK_LINK_BUTTON(changes_link)); }
     static GtkWidget* close_button() { return descendant(changes_win, {0, 3, 1}); }
+    static GtkWidget* focus() { return gtk_window_get_focus(GTK_WINDOW(changes_win)); }
 
     static bool all_statics_are(bool set) {
         for (const GtkWidget* widget : {changes_win, changes_header, changes_body, changes_status, changes_combo,
@@ -886,6 +887,73 @@ TEST_F(Changes, ClearingWithoutAWindowDoesNothing) {
     EXPECT_TRUE(cards().empty());
     clear_body();
     EXPECT_TRUE(cards().empty());
+}
+
+// ---- The keyboard ---------------------------------------------------------------------------------------------------
+
+TEST_F(Changes, MessageTakesTheFocusOnlyWhileItsCardIsOpen) {
+    open_with(success());
+    GtkWidget* expander = descendant(changes_body, {0, 0, 1});
+    GtkWidget* message = descendant(expander, {1});
+    const auto next = [expander] {
+        gtk_widget_grab_focus(expander);
+        gtk_widget_child_focus(changes_win, GTK_DIR_TAB_FORWARD);
+        return focus();
+    };
+    EXPECT_EQ(next(), changes_link);
+    gtk_expander_set_expanded(GTK_EXPANDER(expander), TRUE);
+    EXPECT_EQ(next(), message);
+    gtk_expander_set_expanded(GTK_EXPANDER(expander), FALSE);
+    EXPECT_EQ(next(), changes_link);
+}
+
+TEST_F(Changes, FocusComesBackToRefreshAfterALoad) {
+    open_with(success());
+    gtk_widget_grab_focus(changes_refresh);
+    refresh();
+    EXPECT_EQ(focus(), nullptr);
+    answer(1, success());
+    EXPECT_EQ(focus(), changes_refresh);
+    refresh();
+    answer(2, failure("No."));
+    EXPECT_EQ(focus(), changes_refresh);
+}
+
+TEST_F(Changes, FocusComesBackToTheSelectorAfterALoad) {
+    open();
+    EXPECT_EQ(focus(), nullptr);
+    answer(0, success());
+    ASSERT_TRUE(focus());
+    EXPECT_TRUE(gtk_widget_is_ancestor(focus(), changes_combo));
+    select("longterm");
+    EXPECT_EQ(focus(), nullptr);
+    answer(1, success());
+    ASSERT_TRUE(focus());
+    EXPECT_TRUE(gtk_widget_is_ancestor(focus(), changes_combo));
+}
+
+TEST_F(Changes, FocusStaysWhereItWasLedDuringALoad) {
+    open_with(success());
+    gtk_widget_grab_focus(changes_refresh);
+    refresh();
+    gtk_widget_grab_focus(close_button());
+    answer(1, success());
+    EXPECT_EQ(focus(), close_button());
+    // The next load does not go by the last one's start.
+    refresh();
+    answer(2, success());
+    EXPECT_EQ(focus(), close_button());
+}
+
+TEST_F(Changes, FocusInACommitGoesWithIt) {
+    open_with(success());
+    GtkWidget* expander = descendant(changes_body, {0, 0, 1});
+    gtk_expander_set_expanded(GTK_EXPANDER(expander), TRUE);
+    gtk_widget_grab_focus(descendant(expander, {1}));
+    EXPECT_EQ(focus(), descendant(expander, {1}));
+    refresh();
+    answer(1, success());
+    EXPECT_EQ(focus(), nullptr);
 }
 
 // ---- A failure ------------------------------------------------------------------------------------------------------

@@ -1,0 +1,286 @@
+"""What a screen reader is told of the applet's windows, and what keys do in them: a desk with a keyboard, and a client
+of the accessibility bus."""
+
+from __future__ import annotations
+
+import re
+import shutil
+import subprocess
+from collections.abc import Callable, Iterator
+from dataclasses import dataclass
+from pathlib import Path
+from typing import Any
+
+import desktop
+from applet import Applet, Machine
+from gi.repository import Gio, GLib
+from tools import SYSTEM
+from waiting import serve_panel, wait_until
+
+CALL_TIMEOUT_MS = 10_000
+
+ACCESSIBLE = "org.a11y.atspi.Accessible"
+COMPONENT = "org.a11y.atspi.Component"
+HYPERLINK = "org.a11y.atspi.Hyperlink"
+OBJECT_EVENT = "org.a11y.atspi.Event.Object"
+REGISTRY = "org.a11y.atspi.Registry"
+TEXT = "org.a11y.atspi.Text"
+
+# The numbers that the protocol gives to what the tests look at.
+STATES = {"active": 1, "expanded": 10, "sensitive": 24, "showing": 25}
+LABELLED_BY = 2
+OF_THE_SCREEN = 0
+
+SERVICE = "org.a11y.Bus"
+
+
+class Bus(desktop.SessionBus):
+    """A session bus that starts an accessibility bus when somebody asks for it."""
+
+    CONFIGURATION = desktop.SessionBus.CONFIGURATION.replace(
+        "  <auth>", "  <servicedir>{folder}/services</servicedir>\n  <auth>"
+    )
+
+    def __init__(self, folder: Path) -> None:
+        services = folder / "services"
+        services.mkdir()
+        file = f"{SERVICE}.service"
+        (services / file).symlink_to(Path("/usr/share/dbus-1/services", file))
+        super().__init__(folder)
+
+
+def _connect(address: str) -> Gio.DBusConnection:
+    flags = Gio.DBusConnectionFlags
+    connection = Gio.DBusConnection.new_for_address_sync(
+        address, flags.AUTHENTICATION_CLIENT | flags.MESSAGE_BUS_CONNECTION, None, None
+    )
+    connection.set_exit_on_close(False)
+    return connection
+
+
+def _call(connection: Gio.DBusConnection, owner: str, path: str, interface: str, method: str, signature: str, *values):
+    reply = connection.call_sync(
+        owner, path, interface, method, GLib.Variant(signature, values), None, Gio.DBusCallFlags.NONE,
+        CALL_TIMEOUT_MS, None,
+    )
+    return reply.unpack()
+
+
+def until(condition: Callable[[], Any], what: str | Callable[[], str]) -> Any:
+    """Waits for `condition`, in which something may be looked for that is not there yet or just goes."""
+
+    def holds() -> Any:
+        try:
+            return condition()
+        except (GLib.Error, LookupError):
+            return None
+
+    return wait_until(holds, what)
+
+
+@dataclass(frozen=True)
+class Node:
+    """Something that a program shows, as it is at the moment of the question."""
+
+    connection: Gio.DBusConnection
+    owner: str
+    path: str
+
+    def _ask(self, interface: str, method: str, signature: str = "()", *values) -> Any:
+        (answer,) = _call(self.connection, self.owner, self.path, interface, method, signature, *values)
+        return answer
+
+    def _property(self, name: str) -> Any:
+        return self._ask("org.freedesktop.DBus.Properties", "Get", "(ss)", ACCESSIBLE, name)
+
+    @property
+    def role(self) -> str:
+        return self._ask(ACCESSIBLE, "GetRoleName")
+
+    @property
+    def name(self) -> str:
+        return self._property("Name")
+
+    @property
+    def description(self) -> str:
+        return self._property("Description")
+
+    @property
+    def text(self) -> str:
+        """What it says: all of its text, be it cut off on the screen; of what has no text the name."""
+        if TEXT in self._ask(ACCESSIBLE, "GetInterfaces"):
+            return self._ask(TEXT, "GetText", "(ii)", 0, -1)
+        return self.name
+
+    @property
+    def states(self) -> set[str]:
+        low, high = self._ask(ACCESSIBLE, "GetState")
+        return {name for name, number in STATES.items() if (low | high << 32) >> number & 1}
+
+    @property
+    def labels(self) -> list[str]:
+        """What the labels say that belong to it."""
+        relations = dict(self._ask(ACCESSIBLE, "GetRelationSet"))
+        return [Node(self.connection, *place).text for place in relations.get(LABELLED_BY, [])]
+
+    @property
+    def address(self) -> str:
+        """Where it leads to as a link."""
+        return self._ask(HYPERLINK, "GetURI", "(i)", 0)
+
+    @property
+    def box(self) -> tuple[int, int, int, int]:
+        """Left, top, width and height on the screen."""
+        return self._ask(COMPONENT, "GetExtents", "(u)", OF_THE_SCREEN)
+
+    @property
+    def parent(self) -> Node:
+        return Node(self.connection, *self._property("Parent"))
+
+    @property
+    def children(self) -> list[Node]:
+        return [Node(self.connection, *place) for place in self._ask(ACCESSIBLE, "GetChildren")]
+
+    def shown(self) -> Iterator[Node]:
+        """It and everything in it that shows, in the order in which a screen reader walks through it."""
+        states = self.states
+        if "showing" not in states:
+            return
+        yield self
+        # A closed expander's content calls itself shown, although nothing of it is.
+        if self.role != "toggle button" or "expanded" in states:
+            for child in self.children:
+                yield from child.shown()
+
+    def texts(self) -> list[str]:
+        """What is written in it, empty texts left out."""
+        return [text for node in self.shown() if node.role not in ("frame", "filler", "icon") and (text := node.text)]
+
+    def find(self, role: str, text: str) -> Node:
+        """The one thing in it that shows and has this role and text."""
+        found = [node for node in self.shown() if node.role == role and node.text == text]
+        if len(found) != 1:
+            raise LookupError(f"{len(found)} times {role} {text!r} among {self.texts()}")
+        return found[0]
+
+    def says(self, *texts: str) -> bool:
+        written = self.texts()
+        return all(text in written for text in texts)
+
+
+class Desk:
+    """Where a user sits who has a keyboard, a screen reader's ears, and no mouse."""
+
+    def __init__(self, machine: Machine, bus: Bus) -> None:
+        self._machine = machine
+        self._focus: Node | None = None
+        self._applet: Applet | None = None
+        self._xdotool = shutil.which("xdotool", path=SYSTEM)
+        self._session = _connect(bus.address)
+        # What the bus starts is to live in the test's home, not in that of whoever runs the test.
+        services_environment = {name: value for name, value in machine.environment.items() if name != "DISPLAY"}
+        name = "org.freedesktop.DBus"
+        _call(self._session, name, "/org/freedesktop/DBus", name, "UpdateActivationEnvironment", "(a{ss})",
+              services_environment)
+        (address,) = _call(self._session, SERVICE, "/org/a11y/bus", SERVICE, "GetAddress", "()")
+        self._ears = _connect(address)
+        self._ears.signal_subscribe(
+            None, OBJECT_EVENT, "StateChanged", None, "focused", Gio.DBusSignalFlags.NONE, self._on_focus
+        )
+        _call(self._ears, REGISTRY, "/org/a11y/atspi/registry", REGISTRY, "RegisterEvent", "(sass)",
+              "object:state-changed:focused", [], "")
+
+    def close(self) -> None:
+        self._ears.close_sync(None)
+        self._session.close_sync(None)
+
+    def _xdo(self, *words: str) -> bool:
+        done = subprocess.run(
+            [self._xdotool, *words], env=self._machine.environment, capture_output=True, timeout=CALL_TIMEOUT_MS / 1000
+        )
+        return done.returncode == 0
+
+    def _on_focus(self, connection, sender, path, interface, signal, arguments) -> None:
+        _, gained, *_ = arguments.unpack()
+        node = Node(connection, sender, path)
+        if gained:
+            self._focus = node
+        elif self._focus == node:
+            self._focus = None
+
+    # ---- The applet ----
+
+    def start(self) -> Applet:
+        """Starts the applet such that it talks to the screen reader."""
+        self._applet = self._machine.start(environment={"NO_AT_BRIDGE": None})
+        menu = self._applet.item.menu
+        # On a busy machine the icon may show for a while without it.
+        until(menu.entries, "the menu")
+        return self._applet
+
+    def windows(self) -> list[Node]:
+        return [
+            window
+            for program in Node(self._ears, REGISTRY, "/org/a11y/atspi/accessible/root").children
+            for window in program.children
+        ]
+
+    def open(self, entry: str, title: str) -> Node:
+        """Picks the entry in the tray's menu, waits for its window and gives it the keyboard."""
+        self._applet.item.menu.click(entry)
+        # As a window manager would. None runs here: on a busy machine it takes longer to start than all else.
+        by_title = ["search", "--onlyvisible", "--name", f"^{re.escape(title)}$"]
+        wait_until(lambda: self._xdo(*by_title, "windowfocus"), f"the window {title!r}")
+
+        def active() -> list[Node]:
+            return [window for window in self.windows() if window.name == title and "active" in window.states]
+
+        return until(active, f"the keyboard to go to {title!r}")[0]
+
+    # ---- The keyboard ----
+
+    @property
+    def focus(self) -> Node | None:
+        """What takes the keys, as the events tell it."""
+        serve_panel()
+        if self._focus is None:
+            return None
+        # A selector's keys go to a nameless button within it.
+        node = self._focus
+        for _ in range(2):
+            node = node.parent
+            if node.owner and node.role == "combo box":
+                return node
+        return self._focus
+
+    def press(self, *keys: str) -> None:
+        if not self._xdo("key", *keys):
+            raise ValueError(f"not all of these are keys: {keys}")
+
+    def wait_for_focus(self, node: Node) -> None:
+        until(lambda: self.focus == node, lambda: f"the keys to go to {node.text!r}; they go to {self._told_focus()}")
+
+    def _told_focus(self) -> str:
+        return f"{self.focus.role} {self.focus.text!r}" if self.focus else "nothing"
+
+    def move(self, key: str = "Tab") -> Node:
+        """Presses a key that leads the focus elsewhere. Returns where."""
+        before = self.focus
+        self.press(key)
+        return until(lambda: self.focus if self.focus != before else None, lambda: f"{key} to lead anywhere")
+
+    def stops(self, key: str = "Tab") -> list[Node]:
+        """Where the key leads, one after the other, until it is back where it began."""
+        first = self.focus
+        stops = [first]
+        while (stop := self.move(key)) != first:
+            assert stop not in stops, f"{key} does not come back to {first.text!r}"
+            stops.append(stop)
+        return stops
+
+    def go_to(self, node: Node) -> None:
+        """Leads the focus there by the keyboard."""
+        came_by = [self.focus]
+        while self.focus != node:
+            came_by.append(self.move())
+            assert came_by.count(came_by[-1]) == 1, f"no Tab leads to {node.text!r}"
