@@ -6,6 +6,7 @@
 #include <stdio_ext.h>
 #include <sys/utsname.h>
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -322,47 +323,68 @@ char named_character(std::string_view name) {
     return 0;
 }
 
-/// Decodes the five named references and numeric ones up to three bytes of UTF-8. A name that is none of these stands
-/// in the result twice, once as the reference and once as text.
-std::string xml_unescape(std::string_view in) {
+/// Appends `in` to `out`, with the five named references and numeric ones up to three bytes of UTF-8 decoded. A name that
+/// is none of these stands in the result twice, once as the reference and once as text.
+void append_unescaped(std::string_view in, std::string& out) {
     constexpr size_t FARTHEST_SEMICOLON = 10;
 
-    std::string out;
-    out.reserve(in.size());
+    out.reserve(out.size() + in.size());
     for (size_t pos = 0; pos < in.size();) {
         const size_t amp = std::min(in.find('&', pos), in.size());
         out.append(in, pos, amp - pos);
         if (amp == in.size()) break;
 
-        const size_t length = in.substr(amp, FARTHEST_SEMICOLON + 1).find(';');
-        if (length == std::string_view::npos) {
+        const size_t farthest = std::min(amp + FARTHEST_SEMICOLON, in.size() - 1);
+        size_t semicolon = amp + 1;
+        while (semicolon <= farthest && in[semicolon] != ';') ++semicolon;
+        if (semicolon > farthest) {
             out += '&';
             pos = amp + 1;
             continue;
         }
-        const std::string_view name = in.substr(amp + 1, length - 1);
-        pos = amp + length + 1;
+        const std::string_view name = in.substr(amp + 1, semicolon - amp - 1);
+        pos = semicolon + 1;
         if (const char known = named_character(name)) {
             out += known;
         } else if (!name.starts_with('#')) {
-            out.append(in, amp, length + 1);
+            out.append(in, amp, pos - amp);
             pos = amp + 1;
         } else if (!append_code_point(reference_number(name), out)) {
-            out.append(in, amp, length + 1);
+            out.append(in, amp, pos - amp);
         }
     }
+}
+
+std::string xml_unescape(std::string_view in) {
+    std::string out;
+    append_unescaped(in, out);
     return out;
 }
 
-/// Returns the decoded text of the first element called `tag` in `block`, or empty. A tag with attributes is another.
-std::string xml_tag_value(std::string_view block, const std::string& tag) {
-    const std::string open = '<' + tag + '>';
-    const size_t found = block.find(open);
-    if (found == std::string::npos) return {};
-    const size_t start = found + open.size();
-    const size_t end = block.find("</" + tag + '>', start);
-    if (end == std::string::npos) return {};
-    return xml_unescape(block.substr(start, end - start));
+/// Returns where the start tag of `tag`, or its end tag, stands first in `block` from `from` on.
+size_t find_tag(std::string_view block, size_t from, bool closing, std::string_view tag) {
+    for (size_t at = block.find('<', from); at != std::string_view::npos; at = block.find('<', at + 1)) {
+        const std::string_view rest = block.substr(at + 1);
+        if (closing && !rest.starts_with('/')) continue;
+        const std::string_view name = rest.substr(closing);
+        if (name.size() > tag.size() && name[tag.size()] == '>' && name.starts_with(tag)) return at;
+    }
+    return std::string_view::npos;
+}
+
+/// Returns the text of the first element called `tag` in `block` as it stands, or empty. A tag with attributes is another.
+std::string_view raw_tag_value(std::string_view block, std::string_view tag) {
+    const size_t open = find_tag(block, 0, false, tag);
+    if (open == std::string_view::npos) return {};
+    const size_t start = open + tag.size() + 2;
+    const size_t end = find_tag(block, start, true, tag);
+    if (end == std::string_view::npos) return {};
+    return block.substr(start, end - start);
+}
+
+/// Returns the decoded text of the first element called `tag` in `block`, or empty.
+std::string xml_tag_value(std::string_view block, std::string_view tag) {
+    return xml_unescape(raw_tag_value(block, tag));
 }
 
 /// Returns the decoded text of the first content element in `block`, without blanks at its end, or empty.
@@ -385,36 +407,70 @@ std::string body_behind(const std::string& subject, std::string message) {
     return message;
 }
 
-ChangeEntry parse_atom_entry(std::string_view block) {
-    ChangeEntry ce;
-    ce.subject = xml_tag_value(block, "title");
-    ce.author = xml_tag_value(block, "name");
-    const std::string mail = xml_tag_value(block, "email");
-    if (!mail.empty()) ce.author += " <" + mail + '>';
-    ce.date = xml_tag_value(block, "updated");
+/// The elements of an entry that are read, as their start tags begin, and the entry's own end.
+constexpr std::string_view ENTRY_TAGS[] = {"<title>", "<name>", "<email>", "<updated>", "<id>", "<content", "</entry>"};
+enum EntryTag { TITLE, NAME, EMAIL, UPDATED, ID, CONTENT, ENTRY_END, ENTRY_TAG_COUNT };
 
-    const std::string id = xml_tag_value(block, "id");
+/// Where each of ENTRY_TAGS stands first in an entry; npos for those that it has not.
+using EntryMap = std::array<size_t, ENTRY_TAG_COUNT>;
+
+/// Walks once over the tags of the entry that begins at `start`, instead of searching it for each of them.
+EntryMap map_entry(std::string_view xml, size_t start) {
+    EntryMap map;
+    map.fill(std::string_view::npos);
+    for (size_t at = start; at != std::string_view::npos && map[ENTRY_END] == std::string_view::npos;
+         at = xml.find('<', at + 1)) {
+        const std::string_view rest = xml.substr(at);
+        for (size_t tag = 0; tag < ENTRY_TAG_COUNT; ++tag) {
+            // The third byte alone tells most of them apart.
+            const bool here = rest.size() > 2 && rest[2] == ENTRY_TAGS[tag][2] && rest.starts_with(ENTRY_TAGS[tag]);
+            if (here && map[tag] == std::string_view::npos) map[tag] = at;
+        }
+    }
+    return map;
+}
+
+ChangeEntry parse_atom_entry(std::string_view xml, const EntryMap& map) {
+    // From the element on, up to the end of its entry.
+    const auto behind = [&](EntryTag tag) {
+        return map[tag] == std::string_view::npos ? std::string_view{}
+                                                  : xml.substr(map[tag], map[ENTRY_END] - map[tag]);
+    };
+    ChangeEntry ce;
+    ce.subject = xml_tag_value(behind(TITLE), "title");
+    const std::string_view name = raw_tag_value(behind(NAME), "name");
+    const std::string_view mail = raw_tag_value(behind(EMAIL), "email");
+    ce.author.reserve(name.size() + mail.size() + 3);
+    append_unescaped(name, ce.author);
+    if (!mail.empty()) {
+        ce.author += " <";
+        append_unescaped(mail, ce.author);
+        ce.author += '>';
+    }
+    ce.date = xml_tag_value(behind(UPDATED), "updated");
+
+    const std::string id = xml_tag_value(behind(ID), "id");
     const size_t colon = id.rfind(':');
     ce.id = id.substr(colon == std::string::npos ? 0 : colon + 1, 12);
 
-    ce.body = body_behind(ce.subject, content_text(block));
+    ce.body = body_behind(ce.subject, content_text(behind(CONTENT)));
     return ce;
 }
 
 /// Appends the commits of a feed of the git browser to `out`. Beyond MAX_ENTRIES they are only counted. No parser of
 /// XML: it searches the tags that such a feed has.
 void parse_atom_feed(const std::string& xml, ChangeLog& out) {
-    constexpr std::string_view OPEN = "<entry>";
-    constexpr std::string_view CLOSE = "</entry>";
+    out.entries.reserve(MAX_ENTRIES);
     for (size_t pos = 0;;) {
-        const size_t start = xml.find(OPEN, pos);
+        const size_t start = xml.find("<entry>", pos);
         if (start == std::string::npos) break;
-        const size_t end = xml.find(CLOSE, start);
+        const bool keep = out.entries.size() < MAX_ENTRIES;
+        const EntryMap map = keep ? map_entry(xml, start) : EntryMap{};
+        const size_t end = keep ? map[ENTRY_END] : xml.find(ENTRY_TAGS[ENTRY_END], start);
         if (end == std::string::npos) break;
-        pos = end + CLOSE.size();
+        pos = end + ENTRY_TAGS[ENTRY_END].size();
         ++out.total_found;
-        if (out.entries.size() < MAX_ENTRIES)
-            out.entries.push_back(parse_atom_entry(std::string_view(xml).substr(start, end - start)));
+        if (keep) out.entries.push_back(parse_atom_entry(xml, map));
     }
     out.truncated = static_cast<int>(out.entries.size()) < out.total_found;
 }
