@@ -26,6 +26,7 @@ std::vector<KernelModule> g_modules;
 
 GtkListStore* g_store = nullptr;
 GtkTreeModel* g_filter = nullptr;
+GtkTreeSelection* g_selection = nullptr;
 GtkWidget* g_search = nullptr;
 GtkWidget* g_detail_box = nullptr;
 GtkWidget* g_mod_status = nullptr;
@@ -352,8 +353,31 @@ void on_selection_changed(GtkTreeSelection* sel, gpointer) {
 
 // ---- Modules tab: the table -----------------------------------------------------------------------------------------
 
+/// Returns the selected module's index into `g_modules`, or -1.
+int selected_index() {
+    GtkTreeModel* model = nullptr;
+    GtkTreeIter iter;
+    int idx = -1;
+    if (g_selection && gtk_tree_selection_get_selected(g_selection, &model, &iter)) {
+        gtk_tree_model_get(model, &iter, INDEX, &idx, -1);
+    }
+    return idx;
+}
+
+/// When the row with the cursor goes, GTK selects the next one, and so on for as long as rows go. Between these two
+/// calls none of them is shown, with a run of modinfo for each.
+void ignore_selection() {
+    if (g_selection) g_signal_handlers_block_by_func(g_selection, (gpointer)on_selection_changed, nullptr);
+}
+
+void heed_selection() {
+    if (g_selection) g_signal_handlers_unblock_by_func(g_selection, (gpointer)on_selection_changed, nullptr);
+}
+
 void fill_store() {
+    ignore_selection();
     gtk_list_store_clear(g_store);
+    heed_selection();
     for (size_t i = 0; i < g_modules.size(); ++i) {
         const KernelModule& m = g_modules[i];
         gtk_list_store_insert_with_values(g_store, nullptr, -1, NAME, valid_utf8(m.name).get(), SIZE_TEXT,
@@ -393,7 +417,13 @@ void update_module_status() {
 }
 
 void refilter() {
+    const int before = selected_index();
+    ignore_selection();
     gtk_tree_model_filter_refilter(GTK_TREE_MODEL_FILTER(g_filter));
+    const bool lost = selected_index() != before;
+    if (lost) gtk_tree_selection_unselect_all(g_selection);
+    heed_selection();
+    if (lost) show_detail_placeholder();
     update_module_status();
 }
 
@@ -492,6 +522,7 @@ void add_text_column(GtkWidget* view, const char* title, int col, int sort_col, 
     gtk_tree_view_column_set_sort_column_id(column, sort_col);
     gtk_tree_view_column_set_resizable(column, TRUE);
     gtk_tree_view_column_set_min_width(column, min_width);
+    gtk_tree_view_column_set_alignment(column, xalign);
     gtk_tree_view_append_column(GTK_TREE_VIEW(view), column);
 }
 
@@ -511,8 +542,8 @@ GtkWidget* module_table() {
     add_text_column(view, "Used", REFCOUNT, REFCOUNT, 1.0F, 55, true);
     add_text_column(view, "Used by", USED_BY, USED_BY, 0.0F, 220, false);
 
-    GtkTreeSelection* selection = gtk_tree_view_get_selection(GTK_TREE_VIEW(view));
-    g_signal_connect(selection, "changed", G_CALLBACK(on_selection_changed), nullptr);
+    g_selection = gtk_tree_view_get_selection(GTK_TREE_VIEW(view));
+    g_signal_connect(g_selection, "changed", G_CALLBACK(on_selection_changed), nullptr);
     return view;
 }
 
@@ -624,6 +655,7 @@ void on_destroy(GtkWidget*, gpointer) {
     system_win = nullptr;
     g_store = nullptr;
     g_filter = nullptr;
+    g_selection = nullptr;
     g_search = nullptr;
     g_detail_box = nullptr;
     g_mod_status = nullptr;
