@@ -339,6 +339,11 @@ void unblock_window_signals() {
     pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
 }
 
+/// Lets the window signals in again in every forked child: a browser that a link starts may have a use for them.
+void unblock_in_children() {
+    pthread_atfork(nullptr, nullptr, unblock_window_signals);
+}
+
 /// The main thread's signal mask while its loop sleeps: without the window signals.
 sigset_t g_sleeping_mask;
 
@@ -377,6 +382,7 @@ void prepare_process() {
     // Some distributions install its successor in wget's place.
     bound_tries("SYSTEM_WGET2RC", "/etc/wget2rc");
     block_window_signals();
+    unblock_in_children();
     g_log_set_handler("libayatana-appindicator", G_LOG_LEVEL_WARNING, drop_deprecation_notice, nullptr);
 }
 

@@ -131,6 +131,10 @@ static void armAlarm() {
     if (xauth_env) setenv("XAUTHORITY", xauth_env, 1);
     const std::string subject = std::string(APP_NAME) + " Crash: " + signalName(sig) + " - " + timebuf;
     const std::string script = dialogScript(path, subject);
+    // What the dialog starts, a mail program at last, is to take every signal.
+    sigset_t none;
+    sigemptyset(&none);
+    pthread_sigmask(SIG_SETMASK, &none, nullptr);
     // The user takes the time that it takes.
     alarm(0);
     execl("/bin/bash", "bash", "-c", script.c_str(), nullptr);

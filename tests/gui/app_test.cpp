@@ -581,6 +581,13 @@ TEST(WindowSignals, AreBlockedInAThreadThatIsStarted) {
     for (const auto& signal : window_signals()) EXPECT_TRUE(sigismember(&mask, signal.number));
 }
 
+TEST(WindowSignals, AreNotBlockedInWhatALinkStarts) {
+    gchar* blocked = nullptr;
+    ASSERT_TRUE(g_spawn_command_line_sync("grep ^SigBlk: /proc/self/status", &blocked, nullptr, nullptr, nullptr));
+    EXPECT_STREQ(blocked, "SigBlk:\t0000000000000000\n");
+    g_free(blocked);
+}
+
 TEST(WindowSignals, TenThousandMixedWhileWindowsComeAndGo) {
     for (auto& posts : g_posts) posts = 0;
     constexpr int ROUNDS = 2500;
@@ -729,6 +736,7 @@ int main(int argc, char** argv) {
     // As in the program: before the libraries start threads.
     block_window_signals();
     install_window_signals();
+    unblock_in_children();
     gtk_init(&argc, &argv);
     return RUN_ALL_TESTS();
 }
