@@ -1,0 +1,161 @@
+#!/usr/bin/python3
+"""Uses the installed package as an ordinary user does: the session's start brings the icon into a panel, each action of
+the launcher opens its window in that one applet, and says and does nothing where none runs.
+
+    live.py FOLDER      a folder of the user's, for what this needs
+"""
+
+import os
+import signal
+import subprocess
+import sys
+from collections.abc import Iterator
+from contextlib import ExitStack, contextmanager
+from pathlib import Path
+
+sys.dont_write_bytecode = True
+sys.path.append(str(Path(__file__).resolve().parents[1] / "process"))
+
+import gi  # noqa: E402
+
+gi.require_version("GdkPixbuf", "2.0")
+from gi.repository import GdkPixbuf, GLib  # noqa: E402
+
+import desktop  # noqa: E402
+from panel import Panel  # noqa: E402
+from tools import Tools, page  # noqa: E402
+from waiting import wait_until  # noqa: E402
+
+ENTRY = Path("/usr/share/applications/org.veldrin.Veldrin.desktop")
+AUTOSTART = Path("/etc/xdg/autostart/org.veldrin.Veldrin.desktop")
+PROGRAM = "/usr/bin/veldrin"
+SYSTEM_PATH = "/usr/local/bin:/usr/bin:/bin"
+
+# Each action's window. About comes last: its dialog holds the end of the others up.
+WINDOWS = {
+    "settings": "Settings",
+    "changes": "Latest Kernel Changes",
+    "system": "System & Kernel Modules",
+    "about": "About Veldrin",
+}
+
+
+def command(file: Path, group: str) -> list[str]:
+    """The words of an Exec line, as a launcher reads it."""
+    entry = GLib.KeyFile()
+    entry.load_from_file(str(file), GLib.KeyFileFlags.NONE)
+    _, words = GLib.shell_parse_argv(entry.get_string(group, "Exec"))
+    return [word.replace("%%", "%") for word in words]
+
+
+class Session:
+    def __init__(self, folder: Path, stack: ExitStack) -> None:
+        self.folder = folder
+        self.home = folder / "home"
+        self.runtime = folder / "run"
+        for made in (self.home / ".config", self.runtime):
+            made.mkdir(parents=True)
+        self.runtime.chmod(0o700)
+        display = desktop.Display(folder)
+        stack.callback(display.stop)
+        bus = desktop.SessionBus(folder)
+        stack.callback(bus.stop)
+        self.panel = Panel(bus.address)
+        stack.callback(self.panel.close)
+        # The search path is a user's, but for the tools that would ask the net.
+        self.tools = Tools(folder / "tools")
+        self.tools.publish(page(stable="7.2.4"))
+        self.environment = {
+            "HOME": str(self.home),
+            "PATH": f"{self.tools.folder}:{SYSTEM_PATH}",
+            "LANG": "C.UTF-8",
+            "DISPLAY": display.name,
+            "DBUS_SESSION_BUS_ADDRESS": bus.address,
+            "XDG_RUNTIME_DIR": str(self.runtime),
+            "NO_AT_BRIDGE": "1",
+            "GSETTINGS_BACKEND": "memory",
+        }
+
+    def act(self, action: str) -> None:
+        """Does as the launcher does when the action is picked; it must have no words for that."""
+        words = command(ENTRY, f"Desktop Action {action}")
+        result = subprocess.run(words, env=self.environment, capture_output=True, text=True, timeout=20, check=False)
+        assert (result.returncode, result.stdout, result.stderr) == (0, "", ""), result
+
+    def windows(self, title: str = ".*") -> list[str]:
+        """The processes of the visible windows with this title."""
+        search = ["xdotool", "search", "--onlyvisible", "--name", f"^{title}$"]
+        found = subprocess.run(search, env=self.environment, capture_output=True, text=True, check=False).stdout.split()
+        owner = ["xdotool", "getwindowpid"]
+        return [
+            subprocess.run([*owner, window], env=self.environment, capture_output=True, text=True, check=False).stdout
+            for window in found
+        ]
+
+    def applets(self) -> list[int]:
+        """The user's processes that run the installed program."""
+        found = []
+        for process in Path("/proc").glob("[0-9]*"):
+            try:
+                if process.stat().st_uid == os.getuid() and os.readlink(process / "exe") == PROGRAM:
+                    found.append(int(process.name))
+            except OSError:
+                continue  # it has ended
+        return found
+
+
+@contextmanager
+def step(what: str) -> Iterator[None]:
+    print(f"  {what} ...", end=" ", flush=True)
+    yield
+    print("yes", flush=True)
+
+
+def check(folder: Path) -> None:
+    with ExitStack() as stack:
+        session = Session(folder, stack)
+        assert session.applets() == [], "an applet of this user runs already"
+
+        with step("without an applet, the actions say nothing, open nothing and start nothing"):
+            for action in WINDOWS:
+                session.act(action)
+            assert session.applets() == []
+            assert session.panel.items == []
+
+        with step("the start of the session brings the icon into the panel"):
+            applet = desktop.Program(command(AUTOSTART, "Desktop Entry"), session.environment, folder, "applet")
+            stack.callback(applet.kill)
+
+            def shown() -> bool:
+                assert applet.running, f"ended with {applet.process.returncode}: {applet.stderr}"
+                return bool(session.panel.items)
+
+            wait_until(shown, "the icon in the panel")
+            (item,) = session.panel.items
+            assert session.applets() == [item.pid]
+
+        with step("its icon is a picture"):
+            path = item.icon_path
+            assert Path(path).parent == session.runtime / "VeldrinWatch-icons"
+            assert GdkPixbuf.Pixbuf.new_from_file(path).get_width() == 22
+
+        with step("the first check shows the newest version"):
+            wait_until(lambda: item.label == "7.2.4", "the label")
+            assert item.icon == "tux-green"
+
+        for action, title in WINDOWS.items():
+            with step(f"the action {action} opens {title}"):
+                assert session.windows(title) == []
+                session.act(action)
+                wait_until(lambda title=title: session.windows(title), f"the window {title}")
+                assert [int(process) for process in session.windows(title)] == [item.pid]
+                assert session.applets() == [item.pid], "another applet was started"
+
+        with step("the end of the session ends it, and it has said nothing"):
+            applet.process.terminate()
+            assert applet.exit_status() == -signal.SIGTERM
+            assert (applet.stdout, applet.stderr) == ("", "")
+
+
+if __name__ == "__main__":
+    check(Path(sys.argv[1]))

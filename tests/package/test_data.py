@@ -1,0 +1,342 @@
+"""What is installed beside the program: desktop entries, metainfo, icons and manual say the same, and say what is so."""
+
+import os
+import re
+import select
+import shutil
+import signal
+import subprocess
+import xml.etree.ElementTree as xml
+from collections.abc import Iterator
+from pathlib import Path
+
+import pytest
+import yaml
+from gi.repository import GLib
+
+ROOT = Path(__file__).resolve().parents[2]
+DATA = ROOT / "data"
+ENTRY = DATA / "org.veldrin.Veldrin.desktop"
+AUTOSTART = DATA / "autostart" / "org.veldrin.Veldrin.desktop"
+METAINFO = DATA / "org.veldrin.Veldrin.metainfo.xml"
+MANUAL = DATA / "veldrin.1"
+
+
+def output(*command: str | Path) -> str:
+    """What the command says, which must not be a complaint."""
+    result = subprocess.run([str(word) for word in command], capture_output=True, text=True, check=False)
+    assert result.returncode == 0, result.stdout + result.stderr
+    return result.stdout
+
+
+def version() -> str:
+    return re.search(r"^project\(veldrin VERSION (\S+)", (ROOT / "CMakeLists.txt").read_text(), re.MULTILINE)[1]
+
+
+@pytest.fixture(name="metainfo")
+def metainfo_tree() -> xml.Element:
+    return xml.parse(METAINFO).getroot()
+
+
+def key_file(path: Path) -> GLib.KeyFile:
+    file = GLib.KeyFile()
+    file.load_from_file(str(path), GLib.KeyFileFlags.NONE)
+    return file
+
+
+# ---- Validators ----
+
+
+@pytest.mark.parametrize("entry", [ENTRY, AUTOSTART], ids=["launcher", "autostart"])
+def test_desktop_entries_are_valid(entry):
+    assert output("desktop-file-validate", entry) == ""
+
+
+def test_metainfo_is_valid():
+    output("appstreamcli", "validate", "--no-net", "--strict", METAINFO)
+
+
+@pytest.mark.parametrize("page", ["veldrin.1", "veldrin-window.1"])
+def test_the_manual_is_well_formed(page, tmp_path):
+    # One page includes the other by its path in the system's manuals.
+    (tmp_path / "man1").mkdir()
+    for name in ("veldrin.1", "veldrin-window.1"):
+        shutil.copy(DATA / name, tmp_path / "man1")
+    command = ["mandoc", "-T", "lint", "-W", "style", f"man1/{page}"]
+    result = subprocess.run(command, capture_output=True, text=True, cwd=tmp_path, check=False)
+    # Which other manuals are there is the machine's business.
+    passed_over = re.compile(r"referenced manual not found|\.so is fragile")
+    assert [line for line in result.stdout.splitlines() if not passed_over.search(line)] == []
+
+
+# ---- One version, one name ----
+
+
+def test_the_version_is_the_same_everywhere(metainfo):
+    wanted = version()
+    changelog = (ROOT / "debian/changelog").read_text()
+    snap = yaml.safe_load((ROOT / "packaging/snap/snapcraft.yaml").read_text())
+    assert re.match(r"veldrin \(([^)]+)\)", changelog)[1] == wanted
+    assert snap["version"] == wanted
+    assert re.search(r"^Version:\s*(\S+)", (ROOT / "packaging/rpm/veldrin.spec").read_text(), re.MULTILINE)[1] == wanted
+    assert re.search(r"^pkgver=(\S+)", (ROOT / "packaging/arch/PKGBUILD").read_text(), re.MULTILINE)[1] == wanted
+    assert metainfo.find("releases/release").get("version") == wanted
+    assert re.search(r"^## (\S+)", (ROOT / "CHANGELOG.md").read_text(), re.MULTILINE)[1] == wanted
+
+
+def test_the_packages_of_all_systems_need_the_same_tools():
+    control = (ROOT / "debian/control").read_text().split("\nPackage:")[1]
+    spec = (ROOT / "packaging/rpm/veldrin.spec").read_text()
+    arch = (ROOT / "packaging/arch/PKGBUILD").read_text()
+    for tool in ("grep", "kmod", "sed", "wget"):
+        assert re.search(rf"^Depends:(?:.|\n)*? {tool},?\n(?:.|\n)*?^Recommends:", control, re.MULTILINE), tool
+        assert re.search(rf"^Requires: +{tool}$", spec, re.MULTILINE), tool
+        assert re.search(rf"^depends=\(.*\b{tool}\b.*\)$", arch, re.MULTILINE), tool
+    for tool in ("curl", "xdg-utils", "zenity"):
+        assert re.search(rf"^Recommends:(?:.|\n)*? {tool},?\n", control, re.MULTILINE), tool
+        assert re.search(rf"^Recommends: +{tool}$", spec, re.MULTILINE), tool
+        assert f"'{tool}: " in arch, tool
+
+
+# ---- Metainfo ----
+
+
+def test_the_screenshots_are_pictures_of_the_project(metainfo):
+    addresses = [image.text for image in metainfo.findall("screenshots/screenshot/image")]
+    website = re.search(r'VELDRIN_WEBSITE "([^"]+)"', (ROOT / "src/sites.h").read_text())[1]
+    assert addresses
+    for address in addresses:
+        assert address.startswith(website)
+        assert (ROOT / address.removeprefix(website)).is_file(), address
+
+
+def test_metainfo_names_the_entry_and_the_programs_that_are_installed(metainfo):
+    assert metainfo.findtext("launchable") == ENTRY.name
+    installed = (Path(__file__).parent / "files").read_text().split()
+    assert [f"usr/bin/{program.text}" for program in metainfo.findall("provides/binary")] == [
+        file for file in installed if file.startswith("usr/bin/")
+    ]
+
+
+# ---- Launcher icons ----
+
+
+@pytest.fixture(name="tree")
+def copied_tree(tmp_path) -> Path:
+    for folder in ("art", "data", "tools", "src"):
+        shutil.copytree(ROOT / folder, tmp_path / folder)
+    return tmp_path
+
+
+def render_art(root: Path, *options: str) -> subprocess.CompletedProcess[str]:
+    return subprocess.run([root / "tools/render-art", *options], capture_output=True, text=True, check=False)
+
+
+def test_the_icons_are_what_their_picture_gives(tree):
+    assert render_art(tree, "--check").returncode == 0
+    (tree / "data/icons/48.png").unlink()
+    assert render_art(tree).returncode == 0
+    assert (tree / "data/icons/48.png").read_bytes().startswith(b"\x89PNG")
+    assert render_art(tree, "--check").returncode == 0
+
+
+@pytest.mark.parametrize("size", ["48", "128", "256"])
+def test_a_check_names_each_icon_that_is_another_picture(tree, size):
+    icon = tree / f"data/icons/{size}.png"
+    subprocess.run(["rsvg-convert", "-w", size, "-h", size, "-o", icon, tree / "art/logo.svg"], check=True)
+    result = render_art(tree, "--check")
+    assert result.returncode == 1
+    assert re.findall(r"data/icons/\d+\.png", result.stderr) == [f"data/icons/{size}.png"]
+
+
+@pytest.mark.parametrize("harm", [Path.unlink, lambda icon: icon.write_bytes(b"no picture"),
+                                  lambda icon: shutil.copy(icon.parent / "48.png", icon)])
+def test_a_check_names_an_icon_that_is_gone_or_broken_or_of_another_size(tree, harm):
+    harm(tree / "data/icons/128.png")
+    result = render_art(tree, "--check")
+    assert result.returncode == 1
+    assert re.findall(r"data/icons/\d+\.png", result.stderr) == ["data/icons/128.png"]
+
+
+# ---- Manual ----
+
+
+def test_the_manual_names_every_variable_that_the_program_looks_at():
+    sources = "".join(path.read_text() for path in (ROOT / "src").glob("*.cpp"))
+    variables = set(re.findall(r'getenv\("(\w+)"\)', sources))
+    assert "HOME" in variables
+    named = set(re.findall(r"[A-Z_]{3,}", MANUAL.read_text())) | {"PATH"}
+    assert variables <= named
+
+
+def test_the_manual_names_every_window_signal_and_file():
+    text = output("mandoc", "-T", "ascii", "-O", "width=200", MANUAL)
+    text = re.sub(".\b", "", text)
+    for word in ("SIGUSR1", "SIGUSR2", "SIGRTMIN+1", "SIGRTMIN+2", "SIGSEGV", "app_state.json", "VeldrinWatch-icons",
+                 "tux-red", "tux-green", "tux-white", "Veldrin_crash.txt", "/.flatpak-info", "wget(1)", "curl(1)",
+                 "grep(1)", "sed(1)", "modinfo(8)", "bash(1)", "zenity(1)", "python3(1)", "xdg-open(1)"):  # fmt: skip
+        assert word in text, word
+
+
+# ---- The launcher's actions ----
+
+ACTIONS = {
+    "settings": signal.SIGUSR1,
+    "about": signal.SIGUSR2,
+    "changes": signal.SIGRTMIN + 1,
+    "system": signal.SIGRTMIN + 2,
+}
+
+RECORDER = """
+import signal, sys
+for number in map(int, sys.argv[1:]):
+    signal.signal(number, lambda number, frame: print(number, flush=True))
+print("ready", flush=True)
+while True:
+    signal.pause()
+"""
+INTERPRETER = "/usr/bin/python3"
+DEADLINE = 10.0
+
+
+class Running:
+    """A program with a file of its own at the given path, which prints the number of each signal that it gets."""
+
+    def __init__(self, program: Path, *numbers: int, user: int | None = None) -> None:
+        if not program.exists():
+            program.parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy(INTERPRETER, program)
+        words = [str(program), "-c", RECORDER, *map(str, numbers)]
+        self.process = subprocess.Popen(words, stdout=subprocess.PIPE, text=True, user=user)
+        assert self._line() == "ready\n"
+
+    def _line(self) -> str:
+        readable, _, _ = select.select([self.process.stdout], [], [], DEADLINE)
+        assert readable, f"waited {DEADLINE:g} s in vain for a signal"
+        return self.process.stdout.readline()
+
+    def got(self) -> int:
+        return int(self._line())
+
+    def ended(self) -> bool:
+        return self.process.poll() is not None
+
+
+@pytest.fixture(name="run")
+def run_programs() -> Iterator:
+    programs = []
+
+    def run(*arguments, **options) -> Running:
+        programs.append(Running(*arguments, **options))
+        return programs[-1]
+
+    yield run
+    for program in programs:
+        program.process.kill()
+        program.process.wait()
+        program.process.stdout.close()
+
+
+@pytest.fixture(name="bin_folder")
+def folder_with_the_script(tmp_path) -> Path:
+    folder = tmp_path / "bin"
+    folder.mkdir()
+    shutil.copy(DATA / "veldrin-window", folder)
+    return folder
+
+
+def ask(folder: Path, word: str) -> None:
+    result = subprocess.run([folder / "veldrin-window", word], capture_output=True, text=True, check=False)
+    assert (result.returncode, result.stdout, result.stderr) == (0, "", "")
+
+
+@pytest.mark.parametrize("word", ACTIONS)
+def test_each_word_sends_its_signal(word, bin_folder, run):
+    applet = run(bin_folder / "veldrin", *ACTIONS.values())
+    ask(bin_folder, word)
+    assert applet.got() == ACTIONS[word]
+
+
+@pytest.mark.parametrize("word", ACTIONS)
+def test_nothing_is_said_and_nothing_starts_where_none_runs(word, bin_folder):
+    (bin_folder / "veldrin").write_text(f"#!/bin/sh\n: >{bin_folder}/started\n")
+    (bin_folder / "veldrin").chmod(0o755)
+    ask(bin_folder, word)
+    assert not (bin_folder / "started").exists()
+
+
+def test_a_link_to_the_script_serves_the_same_program(bin_folder, run, tmp_path):
+    applet = run(bin_folder / "veldrin", *ACTIONS.values())
+    (tmp_path / "veldrin-window").symlink_to(bin_folder / "veldrin-window")
+    ask(tmp_path, "about")
+    assert applet.got() == ACTIONS["about"]
+
+
+def test_an_applet_whose_file_was_replaced_by_an_upgrade_is_served(bin_folder, run):
+    applet = run(bin_folder / "veldrin", *ACTIONS.values())
+    (bin_folder / "veldrin").unlink()
+    shutil.copy(INTERPRETER, bin_folder / "veldrin")
+    ask(bin_folder, "system")
+    assert applet.got() == ACTIONS["system"]
+
+
+@pytest.mark.parametrize("word", ACTIONS)
+def test_an_applet_that_still_starts_is_left_alone(word, bin_folder, run):
+    # It has no handlers yet, and the signal would end it.
+    starting = run(bin_folder / "veldrin")
+    running = run(bin_folder / "veldrin", *ACTIONS.values())
+    ask(bin_folder, word)
+    assert running.got() == ACTIONS[word]
+    assert not starting.ended()
+
+
+@pytest.mark.parametrize("word", ACTIONS)
+def test_another_program_of_the_same_name_is_left_alone(word, bin_folder, run, tmp_path):
+    other = run(tmp_path / "games" / "veldrin", *ACTIONS.values())
+    applet = run(bin_folder / "veldrin", *ACTIONS.values())
+    ask(bin_folder, word)
+    assert applet.got() == ACTIONS[word]
+    other.process.terminate()
+    assert other.process.stdout.read() == ""
+
+
+@pytest.mark.skipif(os.geteuid() != 0, reason="takes root to run something as another user")
+def test_root_leaves_the_applets_of_others_alone(bin_folder, run):
+    # The folders above belong to root alone.
+    for folder in (bin_folder, *bin_folder.parents):
+        if folder == Path("/tmp"):
+            break
+        folder.chmod(0o755)
+    others = run(bin_folder / "veldrin", *ACTIONS.values(), user=65534)
+    own = run(bin_folder / "veldrin", *ACTIONS.values())
+    ask(bin_folder, "settings")
+    assert own.got() == ACTIONS["settings"]
+    others.process.terminate()
+    assert others.process.stdout.read() == ""
+
+
+@pytest.mark.parametrize("words", [[], ["setings"], [""]])
+def test_another_word_is_a_mistake(words, bin_folder):
+    result = subprocess.run([bin_folder / "veldrin-window", *words], capture_output=True, text=True, check=False)
+    assert (result.returncode, result.stdout) == (2, "")
+    assert result.stderr == "usage: veldrin-window settings | about | changes | system\n"
+
+
+def test_the_entrys_actions_are_the_menus_window_entries():
+    entry = key_file(ENTRY)
+    actions = entry.get_string_list("Desktop Entry", "Actions")
+    assert sorted(actions) == sorted(ACTIONS)
+    menu = set(re.findall(r'add_item\("([^"]+)"', (ROOT / "src/app.cpp").read_text()))
+    for action in actions:
+        group = f"Desktop Action {action}"
+        assert entry.get_string(group, "Name") in menu
+        _, words = GLib.shell_parse_argv(entry.get_string(group, "Exec"))
+        assert words == ["veldrin-window", action]
+
+
+@pytest.mark.parametrize("path", [ENTRY, AUTOSTART], ids=["launcher", "autostart"])
+def test_the_entries_start_the_program_and_vanish_with_it(path):
+    entry = key_file(path)
+    assert entry.get_string("Desktop Entry", "Exec") == "veldrin"
+    # The autostart entry is a setting and outlives the program until the package is purged.
+    assert entry.get_string("Desktop Entry", "TryExec") == "veldrin"
