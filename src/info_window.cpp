@@ -41,10 +41,7 @@ GtkWidget* key_label(const char* key) {
 
 GtkWidget* card_with_title(const char* title) {
     GtkWidget* card = theme_card();
-    GtkWidget* label = left_label(title, "section");
-    // With spaced letters a label of several words takes the height of two lines, unless it is allowed to have two.
-    gtk_label_set_line_wrap(GTK_LABEL(label), TRUE);
-    gtk_box_pack_start(GTK_BOX(card), label, FALSE, FALSE, 0);
+    gtk_box_pack_start(GTK_BOX(card), left_label(title, "section"), FALSE, FALSE, 0);
     return card;
 }
 

@@ -107,8 +107,7 @@ void card_add_kv(GtkWidget* card, const char* key, const std::string& value, boo
 
 GtkWidget* card_with_title(const char* title) {
     GtkWidget* card = theme_card();
-    // With spaced letters a label of several words takes the height of two lines, unless it is allowed to have two.
-    pack(card, wrapped_label(title, "section"));
+    pack(card, left_label(title, "section"));
     return card;
 }
 
@@ -434,8 +433,9 @@ void on_search_changed(GtkEditable*, gpointer) {
 /// Shows why there is no list: a title and, behind the first line feed of `error`, an explanation.
 void set_module_error(const std::string& error) {
     const size_t cut = std::min(error.find('\n'), error.size());
-    gtk_label_set_text(GTK_LABEL(g_mod_error_title), error.substr(0, cut).c_str());
-    gtk_label_set_text(GTK_LABEL(g_mod_error_text), cut < error.size() ? error.c_str() + cut + 1 : "");
+    const std::string text = cut < error.size() ? error.substr(cut + 1) : "";
+    gtk_label_set_text(GTK_LABEL(g_mod_error_title), valid_utf8(error.substr(0, cut)).get());
+    gtk_label_set_text(GTK_LABEL(g_mod_error_text), valid_utf8(text).get());
 }
 
 /// Shows the error panel in the table's place.

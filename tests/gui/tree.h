@@ -12,6 +12,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 // ---- The main loop --------------------------------------------------------------------------------------------------
@@ -65,7 +66,8 @@ inline void fail_on_warnings() {
 
 // ---- Trees ----------------------------------------------------------------------------------------------------------
 
-/// Returns what `widget` holds, as the eye meets it: from left to right, and an expander's head before its content.
+/// Returns what `widget` holds, as the eye meets it: from left to right, an expander's head before its content, and a
+/// grid row by row.
 inline std::vector<GtkWidget*> children_of(GtkWidget* widget) {
     std::vector<GtkWidget*> children;
     if (!GTK_IS_CONTAINER(widget)) return children;
@@ -73,6 +75,15 @@ inline std::vector<GtkWidget*> children_of(GtkWidget* widget) {
     for (GList* child = list; child; child = child->next) children.push_back(GTK_WIDGET(child->data));
     g_list_free(list);
     if (GTK_IS_EXPANDER(widget)) std::ranges::reverse(children);
+    if (GTK_IS_GRID(widget)) {
+        const auto place = [widget](GtkWidget* child) {
+            int left = 0;
+            int top = 0;
+            gtk_container_child_get(GTK_CONTAINER(widget), child, "left-attach", &left, "top-attach", &top, nullptr);
+            return std::pair(top, left);
+        };
+        std::ranges::sort(children, {}, place);
+    }
     return children;
 }
 
@@ -204,28 +215,94 @@ inline std::map<std::string, std::string> properties_of(GObject* object) {
     return properties;
 }
 
-/// Returns what distinguishes `widget` from a new one of its type.
-inline std::string settings_of(GtkWidget* widget) {
-    auto* fresh = GTK_WIDGET(g_object_new(G_OBJECT_TYPE(widget), nullptr));
+/// Returns what distinguishes `object` from a new one of its type, but for the properties in `left_out`.
+inline std::string settings_of(GObject* object, const std::set<std::string>& left_out = {}) {
+    auto* fresh = G_OBJECT(g_object_new(G_OBJECT_TYPE(object), nullptr));
     g_object_ref_sink(fresh);
-    const auto usual = properties_of(G_OBJECT(fresh));
-    std::string text = gtk_widget_get_visible(widget) ? "" : " hidden";
-    for (const auto& [name, value] : properties_of(G_OBJECT(widget))) {
-        if (value == usual.at(name)) continue;
+    const auto usual = properties_of(fresh);
+    std::string text;
+    for (const auto& [name, value] : properties_of(object)) {
+        if (value == usual.at(name) || left_out.contains(name)) continue;
         if (value == "true" || value == "false") {
             text += (value == "true" ? " " : " !") + name;
         } else {
             text += ' ' + name + '=' + value;
         }
     }
-    gtk_widget_destroy(fresh);
+    if (GTK_IS_WIDGET(fresh)) gtk_widget_destroy(GTK_WIDGET(fresh));
     g_object_unref(fresh);
     return text;
 }
 
+/// Returns what distinguishes `widget` from a new one of its type.
+inline std::string settings_of(GtkWidget* widget) {
+    return (gtk_widget_get_visible(widget) ? "" : " hidden") + settings_of(G_OBJECT(widget));
+}
+
+/// Returns the type of a column's renderer, the model's columns that it takes properties from, and its settings.
+inline std::string describe_renderer(GtkTreeViewColumn* column, GtkCellRenderer* renderer) {
+    GtkCellArea* area = gtk_cell_layout_get_area(GTK_CELL_LAYOUT(column));
+    std::string line = G_OBJECT_TYPE_NAME(renderer);
+    std::set<std::string> taken;
+    guint count = 0;
+    GParamSpec** specs = g_object_class_list_properties(G_OBJECT_GET_CLASS(renderer), &count);
+    for (guint i = 0; i < count; ++i) {
+        const std::string name = specs[i]->name;
+        const int from = gtk_cell_area_attribute_get_column(area, renderer, name.c_str());
+        if (from < 0) continue;
+        line += ' ' + name + "<-" + std::to_string(from);
+        taken.insert({name, name + "-set"});
+    }
+    g_free(specs);
+    return line + settings_of(G_OBJECT(renderer), taken);
+}
+
+/// Returns a line for each column of a table and one for each renderer in it.
+inline std::string describe_columns(GtkTreeView* view, const std::string& indent) {
+    std::string lines;
+    GList* columns = gtk_tree_view_get_columns(view);
+    for (GList* at = columns; at; at = at->next) {
+        auto* column = GTK_TREE_VIEW_COLUMN(at->data);
+        lines += indent + "GtkTreeViewColumn" + settings_of(G_OBJECT(column)) + '\n';
+        GList* renderers = gtk_cell_layout_get_cells(GTK_CELL_LAYOUT(column));
+        for (GList* cell = renderers; cell; cell = cell->next) {
+            lines += indent + "  " + describe_renderer(column, GTK_CELL_RENDERER(cell->data)) + '\n';
+        }
+        g_list_free(renderers);
+    }
+    g_list_free(columns);
+    return lines;
+}
+
+/// Returns where in a notebook, a grid or a paned `widget` is; empty if it is in none.
+inline std::string place_of(GtkWidget* parent, GtkWidget* widget) {
+    if (GTK_IS_NOTEBOOK(parent)) {
+        const gchar* tab = gtk_notebook_get_tab_label_text(GTK_NOTEBOOK(parent), widget);
+        return tab ? " [tab \"" + std::string(tab) + "\"]" : " [no tab]";
+    }
+    if (GTK_IS_GRID(parent)) {
+        int left = 0, top = 0, width = 0, height = 0;
+        gtk_container_child_get(GTK_CONTAINER(parent), widget, "left-attach", &left, "top-attach", &top, "width",
+                                &width, "height", &height, nullptr);
+        const std::string size =
+            width == 1 && height == 1 ? "" : " size " + std::to_string(width) + "," + std::to_string(height);
+        return " [at " + std::to_string(left) + "," + std::to_string(top) + size + "]";
+    }
+    if (GTK_IS_PANED(parent)) {
+        gboolean resize = FALSE;
+        gboolean shrink = FALSE;
+        gtk_container_child_get(GTK_CONTAINER(parent), widget, "resize", &resize, "shrink", &shrink, nullptr);
+        const bool first = gtk_paned_get_child1(GTK_PANED(parent)) == widget;
+        return std::string(first ? " [first" : " [second") + (resize ? " resize" : "") + (shrink ? " shrink" : "") +
+               "]";
+    }
+    return "";
+}
+
 inline std::string packing_of(GtkWidget* widget) {
     GtkWidget* parent = gtk_widget_get_parent(widget);
-    if (!parent || !GTK_IS_BOX(parent)) return "";
+    if (!parent) return "";
+    if (!GTK_IS_BOX(parent)) return place_of(parent, widget);
     gboolean expand = FALSE;
     gboolean fill = FALSE;
     guint padding = 0;
@@ -264,13 +341,14 @@ inline std::string describe(GtkWidget* widget, size_t depth = 0) {
     line += '\n';
     // A button's label and a selector's button are GTK's own.
     if (combo || GTK_IS_BUTTON(widget)) return line;
+    if (GTK_IS_TREE_VIEW(widget)) line += describe_columns(GTK_TREE_VIEW(widget), std::string(2 * depth + 2, ' '));
     for (GtkWidget* child : children_of(widget)) line += describe(child, depth + 1);
     return line;
 }
 
 // ---- Lives ----------------------------------------------------------------------------------------------------------
 
-/// Counts how many of the widgets that it was shown are still alive.
+/// Counts how many of the widgets and other objects that it was shown are still alive.
 class Lives {
   public:
     Lives() = default;
@@ -282,11 +360,14 @@ class Lives {
 
     /// Adds `top` and everything below it.
     void watch(GtkWidget* top) {
-        for (GtkWidget* widget : all_widgets(top)) {
-            if (alive_.insert(G_OBJECT(widget)).second) g_object_weak_ref(G_OBJECT(widget), forget, this);
-        }
+        for (GtkWidget* widget : all_widgets(top)) watch_object(widget);
+    }
+    /// Adds an object, which may be no widget.
+    void watch_object(gpointer object) {
+        if (alive_.insert(G_OBJECT(object)).second) g_object_weak_ref(G_OBJECT(object), forget, this);
     }
     size_t count() const { return alive_.size(); }
+    bool holds(gpointer object) const { return alive_.contains(static_cast<GObject*>(object)); }
 
   private:
     static void forget(gpointer self, GObject* gone) { static_cast<Lives*>(self)->alive_.erase(gone); }
