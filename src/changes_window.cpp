@@ -7,7 +7,6 @@
 #include <gtk/gtk.h>
 #include <algorithm>
 #include <atomic>
-#include <cctype>
 #include <memory>
 #include <string>
 #include <thread>
@@ -88,8 +87,9 @@ GtkWidget* wrapped_label(const std::string& text, const char* css_class) {
 const char* card_kind_class(const ChangeEntry& e) {
     if (e.subject.starts_with("Linux ")) return "is-release";
     if (e.subject.starts_with("Merge ")) return "is-merge";
+    // By the letters of ASCII alone: to a Turkish locale, "I" is not the capital of "i".
     std::string lower = e.subject;
-    std::ranges::transform(lower, lower.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    std::ranges::transform(lower, lower.begin(), g_ascii_tolower);
     const bool mends = lower.find("fix") != std::string::npos || lower.find("revert") != std::string::npos;
     return mends ? "is-fix" : nullptr;
 }

@@ -50,7 +50,7 @@ GtkWidget* kv_row(const char* key, const std::string& value, const char* value_c
     gtk_box_pack_start(GTK_BOX(row), key_label(key), FALSE, FALSE, 0);
     // A version may come from a damaged state file.
     gchar* valid = g_utf8_make_valid(value.data(), static_cast<gssize>(value.size()));
-    GtkWidget* text = left_label(valid, value_class);
+    GtkWidget* text = left_label(theme_excerpt(valid).c_str(), value_class);
     g_free(valid);
     gtk_label_set_selectable(GTK_LABEL(text), TRUE);
     gtk_box_pack_start(GTK_BOX(row), text, TRUE, TRUE, 0);

@@ -141,6 +141,13 @@ const char* theme_tag_class(const std::string& subsystem) {
     return classes[h & 7];
 }
 
+std::string theme_excerpt(const char* text) {
+    constexpr glong LONGEST = 200;
+    if (g_utf8_strlen(text, -1) <= LONGEST) return text;
+    const char* const end = g_utf8_offset_to_pointer(text, LONGEST - 1);
+    return std::string(text, end) + "…";
+}
+
 GtkWidget* theme_card() {
     GtkWidget* card = gtk_box_new(GTK_ORIENTATION_VERTICAL, 6);
     theme_add_class(card, "card");
@@ -166,7 +173,7 @@ GtkWidget* theme_header(const char* title, const char* subtitle, const char* acc
     gtk_widget_set_valign(texts, GTK_ALIGN_CENTER);
     GtkWidget* t = left_label(title, "hdr-title");
     gtk_box_pack_start(GTK_BOX(texts), t, FALSE, FALSE, 0);
-    GtkWidget* s = left_label(subtitle ? subtitle : "", "hdr-subtitle");
+    GtkWidget* s = left_label(theme_excerpt(subtitle ? subtitle : "").c_str(), "hdr-subtitle");
     gtk_label_set_line_wrap(GTK_LABEL(s), TRUE);
     gtk_box_pack_start(GTK_BOX(texts), s, FALSE, FALSE, 0);
     gtk_box_pack_start(GTK_BOX(hdr), texts, TRUE, TRUE, 0);
@@ -177,7 +184,7 @@ GtkWidget* theme_header(const char* title, const char* subtitle, const char* acc
 
 void theme_header_set_subtitle(GtkWidget* header, const char* subtitle) {
     auto* label = static_cast<GtkLabel*>(g_object_get_data(G_OBJECT(header), SUBTITLE_KEY));
-    if (label) gtk_label_set_text(label, subtitle ? subtitle : "");
+    if (label) gtk_label_set_text(label, theme_excerpt(subtitle ? subtitle : "").c_str());
 }
 
 void theme_header_set_accent(GtkWidget* header, const char* accent_class) {

@@ -19,6 +19,10 @@ const char* theme_channel_class(const std::string& channel);
 /// Returns the colour class of a subsystem's tag, a static text, always the same for the same bytes.
 const char* theme_tag_class(const std::string& subsystem);
 
+/// Returns `text`, which is UTF-8, or the start of one that is far longer than a version or a name ever is: a window
+/// that grows with its texts would become larger than a display can take, which ends the program.
+std::string theme_excerpt(const char* text);
+
 /// Returns a new vertical box that looks like a card.
 GtkWidget* theme_card();
 

@@ -444,6 +444,21 @@ TEST(TagClass, CountsBlanks) {
 
 // ---- Small widgets --------------------------------------------------------------------------------------------------
 
+TEST(Excerpt, IsTheTextUpToTwoHundredCharacters) {
+    EXPECT_EQ(theme_excerpt(""), "");
+    EXPECT_EQ(theme_excerpt("7.2.4"), "7.2.4");
+    std::string longest;
+    for (int i = 0; i < 200; ++i) longest += "ö";
+    EXPECT_EQ(theme_excerpt(longest.c_str()), longest);
+}
+
+TEST(Excerpt, OfALongerTextIsItsStart) {
+    std::string start;
+    for (int i = 0; i < 199; ++i) start += "ö";
+    EXPECT_EQ(theme_excerpt((start + "öö").c_str()), start + "…");
+    EXPECT_EQ(theme_excerpt((start + std::string(65536, 'x')).c_str()), start + "…");
+}
+
 TEST(AddClass, AddsToWhatIsThere) {
     const Owned widget(gtk_label_new("x"));
     theme_add_class(widget, "mono");
@@ -544,6 +559,19 @@ TEST_F(Header, NullEmptiesTheSubtitle) {
     const Owned header(theme_header("Title", "Sub", "acc-stable"));
     theme_header_set_subtitle(header, nullptr);
     EXPECT_EQ(subtitle(header), "");
+}
+
+TEST_F(Header, EndlessSubtitleShowsItsStart) {
+    const std::string endless(65536, 'x');
+    const std::string shown = std::string(199, 'x') + "…";
+    GtkWidget* made = theme_header("Title", endless.c_str(), "acc-stable");
+    g_object_ref_sink(made);
+    EXPECT_STREQ(gtk_label_get_text(GTK_LABEL(descendant(made, {1, 1}))), shown.c_str());
+    theme_header_set_subtitle(made, "7.2.4");
+    EXPECT_STREQ(gtk_label_get_text(GTK_LABEL(descendant(made, {1, 1}))), "7.2.4");
+    theme_header_set_subtitle(made, endless.c_str());
+    EXPECT_STREQ(gtk_label_get_text(GTK_LABEL(descendant(made, {1, 1}))), shown.c_str());
+    g_object_unref(made);
 }
 
 TEST_F(Header, TextsArePlain) {

@@ -246,6 +246,7 @@ class Machine:
         applet = self.launch(*arguments, **options)
         _ = applet.item
         wait_until(lambda: applet.clock.delays_begun, "the check thread's start")
+        wait_until(applet.item.menu.is_there, "its menu")
         applet.settle()
         # The first label may come with the icon or after it.
         applet.item.signals.clear()

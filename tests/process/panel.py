@@ -60,6 +60,15 @@ class Menu:
         _, root = _call(self._connection, self._owner, self._path, MENU, "GetLayout", "(iias)", 0, -1, [])
         return self._entry(root).children
 
+    def is_there(self) -> bool:
+        """The menu comes to the bus a little later than the icon."""
+        try:
+            return bool(self.entries())
+        except GLib.Error as problem:
+            if problem.matches(Gio.dbus_error_quark(), Gio.DBusError.UNKNOWN_METHOD):
+                return False
+            raise
+
     def _entry(self, node: tuple) -> Entry:
         number, properties, children = node
         return Entry(

@@ -1,0 +1,127 @@
+"""Every window on both kinds of display, in the themes that GTK brings, at both scales: the libraries have nothing to
+complain of while it opens, is drawn, used and closed."""
+
+from collections.abc import Callable, Iterator
+from pathlib import Path
+
+import pytest
+from applet import AT_ONCE
+from desktop import Display, Program
+from probe import ABOUT, ENTRIES, SETTINGS, SYSTEM, Module, Probe, machine_with_modules
+from tools import page
+from waiting import wait_until
+
+THEMES = ["Adwaita", "Adwaita:dark", "HighContrast", "HighContrastInverse"]
+
+# In a window on the X display: without any it has no seat, and GTK is lost without one.
+WESTON = ["weston", "--backend=x11-backend.so", "--use-pixman", "--width=1280", "--height=800"]
+CONFIGURATION = """[core]
+idle-time=0
+[shell]
+panel-position=none
+locking=false
+animation=none
+startup-animation=none
+close-animation=none
+"""
+
+COMMITS = "".join(
+    f"commit {number:040x}\nAuthor: Nautilus <nautilus@reef.invalid>\nDate:   Sat Sep 5 08:15:42 2026 +0000\n\n"
+    f"    {subject}\n\n    The sand was in the way\n    of the tide.\n\n"
+    for number, subject in enumerate(["Linux 7.2.4", "Merge tag 'reef'", "reef: fix the tide", "shell: more sand"])
+)
+MODULES = [
+    Module(b"seaweed 20480 2 kelp, Live 0x0000000000000000", {b"version": b"1.5\n", b"parameters/depth": b"12\n"}),
+    Module(b"kelp 1572864 0 - Loading 0x0000000000000000"),
+]
+
+
+class Compositor:
+    """A Wayland compositor. `socket` is where programs find it."""
+
+    def __init__(self, folder: Path, display: Display, scale: int) -> None:
+        folder.chmod(0o700)
+        configuration = folder / "weston.ini"
+        configuration.write_text(CONFIGURATION)
+        self.socket = folder / "display"
+        environment = {"XDG_RUNTIME_DIR": str(folder), "HOME": str(folder), "DISPLAY": display.name}
+        options = [f"--config={configuration}", f"--socket={self.socket.name}", f"--scale={scale}"]
+        self._program = Program([*WESTON, *options], environment, folder, "weston")
+        wait_until(lambda: self.socket.exists() or not self._program.running, "the compositor")
+        assert self._program.running, self._program.stdout + self._program.stderr
+
+    def stop(self) -> None:
+        self._program.kill()
+
+
+@pytest.fixture(scope="session")
+def compositors(display: Display, tmp_path_factory: pytest.TempPathFactory) -> Iterator[Callable[[int], Compositor]]:
+    """One for each scale: there the display decides, and not the program's environment."""
+    made: dict[int, Compositor] = {}
+
+    def with_scale(scale: int) -> Compositor:
+        if scale not in made:
+            made[scale] = Compositor(tmp_path_factory.mktemp("wayland"), display, scale)
+        return made[scale]
+
+    yield with_scale
+    for compositor in made.values():
+        compositor.stop()
+
+
+def surroundings(compositors, backend: str, scale: int) -> dict[str, str | None]:
+    if backend == "x11":
+        return {"GDK_BACKEND": "x11", "GDK_SCALE": str(scale)}
+    return {"GDK_BACKEND": "wayland", "DISPLAY": None, "WAYLAND_DISPLAY": str(compositors(scale).socket)}
+
+
+def is_drawn_afresh(probe: Probe, title: str) -> None:
+    """What was done last is on the display, or can be."""
+    before = probe.windows()[title].frames
+    assert probe.do(f"draw {title}")
+    wait_until(lambda: probe.windows()[title].frames > before, "another frame")
+
+
+@pytest.mark.parametrize("backend", ["x11", "wayland"])
+@pytest.mark.parametrize("scale", [1, 2])
+@pytest.mark.parametrize("theme", THEMES)
+def test_windows_open_and_close_without_a_warning(machine, compositors, backend, scale, theme):
+    machine.tools.publish(page(mainline="7.3-rc2", stable="7.2.4", longterm="6.18.31"))
+    machine.tools.answer("wget -qO- *ChangeLog-7.2.4", stdout=COMMITS)
+    machine.tools.answer("wget -qO- *releases.json", status=4)
+    probe = Probe(machine.folder)
+    environment = {
+        **probe.options["environment"],
+        **surroundings(compositors, backend, scale),
+        "GTK_THEME": theme,
+        # A critical message ends it at once, where a warning is only said.
+        "G_DEBUG": "fatal-criticals",
+    }
+    around = machine_with_modules(machine, MODULES)
+    applet = machine.start_and_check(around=around, preload=probe.options["preload"], environment=environment)
+
+    assert "7.2.4" in probe.open(applet, SETTINGS).texts
+    assert probe.do("choose longterm")
+    wait_until(lambda: applet.item.label == "6.18.31", "the other label")
+    assert probe.do("choose stable")
+    assert "fix the tide" in probe.changes(applet).texts
+    assert probe.open(applet, SYSTEM).rows[1][0] == "seaweed"
+    assert probe.do("page 1") and probe.do("select 1")
+    assert "depth = 12" in probe.windows()[SYSTEM].texts
+    assert probe.do("filter kelp") and probe.do("click Reload") and probe.do("page 0")
+    assert "Monitors Linux kernel releases from Kernhaven" in probe.open(applet, ABOUT).texts
+
+    for title in ENTRIES:
+        is_drawn_afresh(probe, title)
+        assert probe.windows()[title].scale == scale
+    # Below a dialog the other windows can't be closed.
+    for title in reversed(ENTRIES):
+        probe.close(title)
+    assert applet.stderr == ""
+    # Once more: a window is built anew each time.
+    for title in ENTRIES:
+        probe.open(applet, title)
+    applet.item.menu.click("Quit")
+    # The dialog's own loop goes on until the user closes it.
+    assert probe.do(f"close {ABOUT}")
+    assert applet.exit_status(AT_ONCE) == 0
