@@ -17,6 +17,7 @@ constexpr char USED_FG_IDLE[] = "#9ca3af";
 
 constexpr char COMMAND_KEY[] = "cmd";
 constexpr char COPY_BUTTON_KEY[] = "copy-btn";
+constexpr char HEIGHT_KEY[] = "height";
 
 /// The columns of the store.
 enum Column { NAME, SIZE_TEXT, SIZE, REFCOUNT, USED_BY, USED_FG, INDEX, COLUMNS };
@@ -526,6 +527,18 @@ void add_text_column(GtkWidget* view, const char* title, int col, int sort_col, 
     gtk_tree_view_append_column(GTK_TREE_VIEW(view), column);
 }
 
+/// The divider moves up for the details of the row that was just selected, which must not vanish behind it.
+void keep_selection_in_sight(GtkWidget* view, GdkRectangle* area, gpointer) {
+    const int before = GPOINTER_TO_INT(g_object_get_data(G_OBJECT(view), HEIGHT_KEY));
+    g_object_set_data(G_OBJECT(view), HEIGHT_KEY, GINT_TO_POINTER(area->height));
+    GtkTreeModel* model = nullptr;
+    GtkTreeIter iter;
+    if (area->height >= before || !g_selection || !gtk_tree_selection_get_selected(g_selection, &model, &iter)) return;
+    GtkTreePath* path = gtk_tree_model_get_path(model, &iter);
+    gtk_tree_view_scroll_to_cell(GTK_TREE_VIEW(view), path, nullptr, FALSE, 0, 0);
+    gtk_tree_path_free(path);
+}
+
 /// Returns the table, empty. The store and the filter below it are made anew with each window, and stay behind.
 GtkWidget* module_table() {
     g_store = gtk_list_store_new(COLUMNS, G_TYPE_STRING, G_TYPE_STRING, G_TYPE_UINT64, G_TYPE_INT, G_TYPE_STRING,
@@ -544,6 +557,7 @@ GtkWidget* module_table() {
 
     g_selection = gtk_tree_view_get_selection(GTK_TREE_VIEW(view));
     g_signal_connect(g_selection, "changed", G_CALLBACK(on_selection_changed), nullptr);
+    g_signal_connect_after(view, "size-allocate", G_CALLBACK(keep_selection_in_sight), nullptr);
     return view;
 }
 

@@ -309,6 +309,15 @@ class SystemWindow : public testing::Test {
         gtk_tree_selection_select_iter(selection(), &*found);
     }
 
+    /// As a click or a key does.
+    static void put_cursor_on(const std::string& name) {
+        std::optional<GtkTreeIter> found = row(name);
+        ASSERT_TRUE(found) << name;
+        GtkTreePath* path = gtk_tree_model_get_path(shown(), &*found);
+        gtk_tree_view_set_cursor(view(), path, nullptr, FALSE);
+        gtk_tree_path_free(path);
+    }
+
     // ---- What the table holds ----
 
     static std::string text_at(GtkTreeModel* model, GtkTreeIter iter, int column) {
@@ -1408,6 +1417,58 @@ TEST_F(SystemWindow, SelectedRowThatTheFilterTakesLeavesTheHint) {
     EXPECT_EQ(detail(), PLACEHOLDER);
     filter("");
     EXPECT_EQ(detail(), PLACEHOLDER);
+}
+
+TEST_F(SystemWindow, NeighboursOfARowThatTheFilterTakesAreNotShownInPassing) {
+    open();
+    put_cursor_on("aether_net");
+    EXPECT_EQ(g_machine.details_read, std::vector{"aether_net"s});
+    // GTK moves on to each next row, which then goes as well, but for the last.
+    filter("u");
+    EXPECT_EQ(names(), "bramble dusk");
+    EXPECT_EQ(g_machine.details_read, std::vector{"aether_net"s});
+    EXPECT_EQ(gtk_tree_selection_count_selected_rows(selection()), 0);
+    EXPECT_EQ(detail(), PLACEHOLDER);
+}
+
+TEST_F(SystemWindow, SelectedRowThatTheFilterKeepsStays) {
+    open();
+    put_cursor_on("dusk");
+    filter("u");
+    EXPECT_EQ(text(descendant(g_detail_box, {0, 0})), "dusk");
+    EXPECT_EQ(gtk_tree_selection_count_selected_rows(selection()), 1);
+    filter("");
+    EXPECT_EQ(text(descendant(g_detail_box, {0, 0})), "dusk");
+    EXPECT_EQ(g_machine.details_asked, 1U);
+}
+
+TEST_F(SystemWindow, ReloadShowsNoneOfTheRowsThatItReplaces) {
+    open();
+    put_cursor_on("aether_net");
+    reload();
+    EXPECT_EQ(g_machine.details_asked, 1U);
+    EXPECT_EQ(gtk_tree_selection_count_selected_rows(selection()), 0);
+    EXPECT_EQ(detail(), PLACEHOLDER);
+}
+
+TEST_F(SystemWindow, SelectedRowStaysInSightWhenTheDividerMovesUp) {
+    g_machine.modules.clear();
+    for (int i = 100; i < 160; ++i) g_machine.modules.push_back(module("reed_" + std::to_string(i)));
+    for (int i = 0; i < 40; ++i) g_machine.details["reed_112"].parameters.emplace_back("p" + std::to_string(i), "1");
+    open_modules();
+    const int high = gtk_widget_get_allocated_height(GTK_WIDGET(view()));
+    put_cursor_on("reed_112");
+    EXPECT_TRUE(run_loop_until([&] { return gtk_widget_get_allocated_height(GTK_WIDGET(view())) < high; }));
+    EXPECT_TRUE(run_loop_until([] {
+        GtkTreePath* first = nullptr;
+        GtkTreePath* last = nullptr;
+        if (!gtk_tree_view_get_visible_range(view(), &first, &last)) return false;
+        const bool in_sight = gtk_tree_path_get_indices(first)[0] <= 12 && gtk_tree_path_get_indices(last)[0] >= 12;
+        gtk_tree_path_free(first);
+        gtk_tree_path_free(last);
+        return in_sight;
+    }));
+    EXPECT_LT(gtk_widget_get_allocated_height(GTK_WIDGET(view())), 12 * 15);
 }
 
 TEST_F(SystemWindow, RowOfNoModuleIsPassedOver) {
