@@ -93,6 +93,12 @@ void connect_to_session_bus() {
     [[maybe_unused]] static GDBusConnection* const connection = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
 }
 
+/// GLib ignores SIGPIPE from its first socket on, and every child would inherit that: a filter whose reader has quit
+/// would complain on the terminal. A handler does as well for us, and ends with the child's exec.
+void keep_broken_pipes_from_children() {
+    signal(SIGPIPE, [](int) {});
+}
+
 /// Drops the one notice by which newer versions of the indicator library announce their successor at each start.
 void drop_deprecation_notice(const char* domain, GLogLevelFlags level, const char* message, gpointer data) {
     if (std::string_view(message).starts_with("libayatana-appindicator is deprecated.")) return;
@@ -402,6 +408,7 @@ void app_run(int argc, char** argv) {
     setup_icons();
 
     connect_to_session_bus();
+    keep_broken_pipes_from_children();
     g_indicator = app_indicator_new("veldrin-watch", first_icon().c_str(), APP_INDICATOR_CATEGORY_SYSTEM_SERVICES);
     app_indicator_set_icon_theme_path(g_indicator, g_icon_dir.c_str());
     app_indicator_set_status(g_indicator, APP_INDICATOR_STATUS_ACTIVE);

@@ -6,7 +6,9 @@ from pathlib import Path
 
 import pytest
 
-pytest.register_assert_rewrite("applet", "desktop", "panel", "tools", "waiting")
+pytest.register_assert_rewrite(
+    "accessibility", "applet", "desktop", "hand", "kills", "panel", "probe", "soaking", "tools", "waiting", "worlds"
+)
 
 import applet  # noqa: E402
 import desktop  # noqa: E402

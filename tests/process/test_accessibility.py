@@ -9,11 +9,9 @@ from pathlib import Path
 import desktop
 import pytest
 
-pytest.register_assert_rewrite("accessibility")
-
-from accessibility import Bus, Desk, Node, until  # noqa: E402
-from applet import Applet, Machine, state_text  # noqa: E402
-from tools import Answer, Tools  # noqa: E402
+from accessibility import Bus, Desk, Node, until
+from applet import Applet, Machine, state_text
+from tools import Answer, Tools
 
 VERSIONS = {"mainline": "9.5-rc3", "stable": "9.4.1", "longterm": "9.1.20"}
 CHANGELOGS = "https://cdn.kernel.org/pub/linux/kernel/v9.x/ChangeLog-"

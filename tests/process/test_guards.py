@@ -2,6 +2,7 @@
 
 import os
 import re
+import signal
 from pathlib import Path
 
 import pytest
@@ -42,6 +43,18 @@ def test_no_child_is_left_behind(machine):
     machine.tools.publish(page(stable="7.2.4"))
     applet = machine.start_and_check()
     assert Path(f"/proc/{applet.pid}/task/{applet.pid}/children").read_text() == ""
+
+
+def test_children_take_a_broken_pipe_as_every_program_does(machine):
+    # GLib ignores it, and grep would complain on the terminal when the program quits before it.
+    seen = machine.folder / "status"
+    wget = machine.tools.folder / "wget"
+    machine.tools.remove("wget")
+    wget.write_text(f"#!/bin/sh\nwhile read -r line; do echo \"$line\"; done </proc/self/status >'{seen}'\nexit 4\n")
+    wget.chmod(0o755)
+    machine.start_and_check()
+    ignored = int(re.search(r"^SigIgn:\s*(\w+)$", seen.read_text(), re.MULTILINE)[1], 16)
+    assert not ignored & 1 << (signal.SIGPIPE - 1)
 
 
 @pytest.mark.parametrize(
