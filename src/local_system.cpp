@@ -232,7 +232,7 @@ void collect_installed_kernels(SystemInfo& si) {
 std::string take_word(std::string_view& line) {
     constexpr std::string_view WHITE_SPACE = " \t\n\v\f\r";
     line.remove_prefix(std::min(line.find_first_not_of(WHITE_SPACE), line.size()));
-    const std::string word(line.substr(0, line.find_first_of(WHITE_SPACE)));
+    std::string word(line.substr(0, line.find_first_of(WHITE_SPACE)));
     line.remove_prefix(word.size());
     return word;
 }

@@ -297,7 +297,9 @@ GtkWidget* parameter_grid(const KernelModule& m) {
     gtk_grid_set_column_spacing(GTK_GRID(grid), 18);
     for (size_t i = 0; i < n; ++i) {
         const auto& [name, value] = m.parameters[i];
-        GtkWidget* label = left_label(name + " = " + value, "mono");
+        std::string text = name;
+        text.append(" = ").append(value);
+        GtkWidget* label = left_label(text, "mono");
         gtk_label_set_selectable(GTK_LABEL(label), TRUE);
         gtk_label_set_ellipsize(GTK_LABEL(label), PANGO_ELLIPSIZE_END);
         gtk_label_set_max_width_chars(GTK_LABEL(label), 34);
