@@ -47,12 +47,15 @@ GtkWidget* card_with_title(const char* title) {
 
 GtkWidget* kv_row(const char* key, const std::string& value, const char* value_class) {
     GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 12);
-    gtk_box_pack_start(GTK_BOX(row), key_label(key), FALSE, FALSE, 0);
+    GtkWidget* name = key_label(key);
+    gtk_box_pack_start(GTK_BOX(row), name, FALSE, FALSE, 0);
     // A version may come from a damaged state file.
     gchar* valid = g_utf8_make_valid(value.data(), static_cast<gssize>(value.size()));
     GtkWidget* text = left_label(theme_excerpt(valid).c_str(), value_class);
     g_free(valid);
     gtk_label_set_selectable(GTK_LABEL(text), TRUE);
+    // So a screen reader says whose value it reads.
+    gtk_label_set_mnemonic_widget(GTK_LABEL(name), text);
     gtk_box_pack_start(GTK_BOX(row), text, TRUE, TRUE, 0);
     return row;
 }

@@ -64,6 +64,11 @@ GtkWidget* wrapped_label(const std::string& text, const char* css_class) {
     return label;
 }
 
+/// Gives a widget that has no label of its own a name for screen readers.
+void name_for_readers(GtkWidget* widget, const char* name) {
+    atk_object_set_name(gtk_widget_get_accessible(widget), name);
+}
+
 GtkWidget* key_label(const char* key) {
     GtkWidget* label = left_label(key, "key");
     gtk_widget_set_size_request(label, 110, -1);
@@ -97,6 +102,8 @@ GtkWidget* kv_row(const char* key, const std::string& value, bool mono) {
     GtkWidget* text = wrapped_label(value, mono ? "mono" : "val");
     gtk_label_set_selectable(GTK_LABEL(text), TRUE);
     gtk_label_set_max_width_chars(GTK_LABEL(text), 58);
+    // So a screen reader says whose value it reads.
+    gtk_label_set_mnemonic_widget(GTK_LABEL(name), text);
     pack_filling(row, text);
     return row;
 }
@@ -295,7 +302,8 @@ GtkWidget* parameter_grid(const KernelModule& m) {
 
     GtkWidget* grid = gtk_grid_new();
     gtk_grid_set_column_spacing(GTK_GRID(grid), 18);
-    for (size_t i = 0; i < n; ++i) {
+    // A grid tells screen readers of its children from the last to the first.
+    for (size_t i = n; i-- > 0;) {
         const auto& [name, value] = m.parameters[i];
         std::string text = name;
         text.append(" = ").append(value);
@@ -476,6 +484,7 @@ GtkWidget* module_toolbar() {
     theme_add_class(bar, "toolbar");
     g_search = gtk_entry_new();
     gtk_entry_set_placeholder_text(GTK_ENTRY(g_search), "Filter by module name or user…");
+    name_for_readers(g_search, "Filter by module name or user");
     g_signal_connect(g_search, "changed", G_CALLBACK(on_search_changed), nullptr);
     pack_filling(bar, g_search);
     GtkWidget* reload = gtk_button_new_with_label("Reload");
@@ -570,6 +579,18 @@ GtkWidget* scrolled(GtkWidget* content) {
     return scroll;
 }
 
+/// Of itself GTK leads the keyboard to the smaller half of a pane first, and stops at an empty detail pane.
+void lead_keys(GtkWidget* list_scroll, GtkWidget* detail_scroll) {
+    GList second = {detail_scroll, nullptr, nullptr};
+    GList first = {list_scroll, &second, nullptr};
+    G_GNUC_BEGIN_IGNORE_DEPRECATIONS
+    gtk_container_set_focus_chain(GTK_CONTAINER(g_mod_pane), &first);
+    G_GNUC_END_IGNORE_DEPRECATIONS
+    gtk_widget_set_can_focus(detail_scroll, FALSE);
+    // The table is called by what it holds.
+    gtk_label_set_mnemonic_widget(GTK_LABEL(g_mod_status), gtk_bin_get_child(GTK_BIN(list_scroll)));
+}
+
 GtkWidget* build_modules_tab() {
     GtkWidget* box = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
     pack(box, module_toolbar());
@@ -591,6 +612,7 @@ GtkWidget* build_modules_tab() {
     gtk_paned_pack2(GTK_PANED(g_mod_pane), detail_scroll, FALSE, FALSE);
     gtk_paned_set_position(GTK_PANED(g_mod_pane), 250);
     pack_filling(box, g_mod_pane);
+    lead_keys(list_scroll, detail_scroll);
     return box;
 }
 
@@ -627,6 +649,7 @@ GtkWidget* command_row(const std::string& cmd) {
     gtk_editable_set_editable(GTK_EDITABLE(entry), FALSE);
     gtk_entry_set_width_chars(GTK_ENTRY(entry), 46);
     theme_add_class(entry, "mono");
+    name_for_readers(entry, "Command");
     pack_filling(row, entry);
 
     GtkWidget* copy = gtk_button_new_with_label("Copy");
@@ -660,6 +683,11 @@ GtkWidget* buttons(GtkWidget* window) {
     g_signal_connect_swapped(close, "clicked", G_CALLBACK(gtk_widget_destroy), window);
     gtk_box_pack_end(GTK_BOX(btn_box), close, FALSE, FALSE, 0);
     return btn_box;
+}
+
+/// GTK tells screen readers of tabs that go, and then looks for their labels in vain.
+void on_notebook_destroy(GtkWidget* notebook, gpointer) {
+    gtk_notebook_set_show_tabs(GTK_NOTEBOOK(notebook), FALSE);
 }
 
 gboolean on_delete(GtkWidget* window, GdkEvent*, gpointer) {
@@ -709,6 +737,7 @@ void show_system_window() {
                              build_system_tab(si, g_modules.size(), count_in_use(), mod_error.empty()),
                              gtk_label_new("System"));
     gtk_notebook_append_page(GTK_NOTEBOOK(notebook), build_modules_tab(), gtk_label_new("Modules"));
+    g_signal_connect(notebook, "destroy", G_CALLBACK(on_notebook_destroy), nullptr);
     pack_filling(vbox, notebook);
     if (running_as_snap() && !mod_error.empty()) pack(vbox, permission_bar());
     pack(vbox, buttons(win));

@@ -6,7 +6,7 @@ from __future__ import annotations
 import re
 import shutil
 import subprocess
-from collections.abc import Callable, Iterator
+from collections.abc import Callable, Iterator, Mapping
 from dataclasses import dataclass
 from pathlib import Path
 from typing import Any
@@ -27,7 +27,7 @@ REGISTRY = "org.a11y.atspi.Registry"
 TEXT = "org.a11y.atspi.Text"
 
 # The numbers that the protocol gives to what the tests look at.
-STATES = {"active": 1, "expanded": 10, "sensitive": 24, "showing": 25}
+STATES = {"active": 1, "expanded": 10, "selected": 23, "sensitive": 24, "showing": 25}
 LABELLED_BY = 2
 OF_THE_SCREEN = 0
 
@@ -118,6 +118,11 @@ class Node:
         return {name for name, number in STATES.items() if (low | high << 32) >> number & 1}
 
     @property
+    def hint(self) -> str:
+        """What it says for as long as nothing is written in it."""
+        return self._ask(ACCESSIBLE, "GetAttributes").get("placeholder-text", "")
+
+    @property
     def labels(self) -> list[str]:
         """What the labels say that belong to it."""
         relations = dict(self._ask(ACCESSIBLE, "GetRelationSet"))
@@ -154,7 +159,8 @@ class Node:
 
     def texts(self) -> list[str]:
         """What is written in it, empty texts left out."""
-        return [text for node in self.shown() if node.role not in ("frame", "filler", "icon") and (text := node.text)]
+        wordless = ("frame", "filler", "icon", "table")
+        return [text for node in self.shown() if node.role not in wordless and (text := node.text)]
 
     def find(self, role: str, text: str) -> Node:
         """The one thing in it that shows and has this role and text."""
@@ -174,6 +180,7 @@ class Desk:
     def __init__(self, machine: Machine, bus: Bus) -> None:
         self._machine = machine
         self._focus: Node | None = None
+        self.cell: Node | None = None  # where the keys are within the table that has them
         self._applet: Applet | None = None
         self._xdotool = shutil.which("xdotool", path=SYSTEM)
         self._session = _connect(bus.address)
@@ -187,8 +194,11 @@ class Desk:
         self._ears.signal_subscribe(
             None, OBJECT_EVENT, "StateChanged", None, "focused", Gio.DBusSignalFlags.NONE, self._on_focus
         )
-        _call(self._ears, REGISTRY, "/org/a11y/atspi/registry", REGISTRY, "RegisterEvent", "(sass)",
-              "object:state-changed:focused", [], "")
+        self._ears.signal_subscribe(
+            None, OBJECT_EVENT, "ActiveDescendantChanged", None, None, Gio.DBusSignalFlags.NONE, self._on_cell
+        )
+        for event in ("object:state-changed:focused", "object:active-descendant-changed"):
+            _call(self._ears, REGISTRY, "/org/a11y/atspi/registry", REGISTRY, "RegisterEvent", "(sass)", event, [], "")
 
     def close(self) -> None:
         self._ears.close_sync(None)
@@ -208,11 +218,15 @@ class Desk:
         elif self._focus == node:
             self._focus = None
 
+    def _on_cell(self, connection, sender, path, interface, signal, arguments) -> None:
+        _, _, _, cell, *_ = arguments.unpack()
+        self.cell = Node(connection, *cell)
+
     # ---- The applet ----
 
-    def start(self) -> Applet:
+    def start(self, *, environment: Mapping[str, str] | None = None, **options) -> Applet:
         """Starts the applet such that it talks to the screen reader."""
-        self._applet = self._machine.start(environment={"NO_AT_BRIDGE": None})
+        self._applet = self._machine.start(environment={"NO_AT_BRIDGE": None, **(environment or {})}, **options)
         menu = self._applet.item.menu
         # On a busy machine the icon may show for a while without it.
         until(menu.entries, "the menu")
@@ -245,6 +259,12 @@ class Desk:
         serve_panel()
         if self._focus is None:
             return None
+        role = self._focus.role
+        # The notebook is told of first and its tab next.
+        if role == "page tab list":
+            return None
+        if role == "table cell":
+            return self._focus.parent
         # A selector's keys go to a nameless button within it.
         node = self._focus
         for _ in range(2):
