@@ -80,7 +80,6 @@ echo "description: Counts $1s"
 SNAP = {"SNAP": "/snap/veldrin/31", "SNAP_NAME": "veldrin", "SNAP_INSTANCE_NAME": "veldrin"}
 # The indicator library knows where a snap's icons should not lie.
 SNAP_WARNINGS = r"(\n\(veldrin:\d+\): libayatana-appindicator-WARNING \*\*: [\d:.]+: Using '/tmp' paths in [^\n]*\n)*"
-# Of GTK itself, when a window with a notebook goes while somebody listens.
 PERMISSION = (
     "The module list and the host system details need one permission. Run this in a terminal, then reopen this window "
     "(click the command to copy it):"
