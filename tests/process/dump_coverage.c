@@ -12,8 +12,13 @@ void __gcov_dump(void);
 void __gcov_reset(void);
 
 static void write_down(void) {
+    /* A fatal signal may come in the middle of it, and the record's lock is held then. */
+    static _Thread_local volatile sig_atomic_t writing;
+    if (writing) return;
+    writing = 1;
     __gcov_dump();
     __gcov_reset();
+    writing = 0;
 }
 
 /* ISO C knows no cast from an object pointer to a function's. */
