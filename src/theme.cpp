@@ -141,13 +141,6 @@ const char* theme_tag_class(const std::string& subsystem) {
     return classes[h & 7];
 }
 
-std::string theme_excerpt(const char* text) {
-    constexpr glong LONGEST = 200;
-    if (g_utf8_strlen(text, -1) <= LONGEST) return text;
-    const char* const end = g_utf8_offset_to_pointer(text, LONGEST - 1);
-    return std::string(text, end) + "…";
-}
-
 GtkWidget* theme_card() {
     GtkWidget* card = gtk_box_new(GTK_ORIENTATION_VERTICAL, 6);
     theme_add_class(card, "card");
