@@ -31,7 +31,7 @@ def text_of(state: State) -> bytes:
     return state_text(*state).encode()
 
 
-def prescribed(text: bytes) -> State:
+def expected_state(text: bytes) -> State:
     """What a file with this text says: a key's value is what stands between the next quotes behind its colon."""
     values = []
     for field in FIELDS:
@@ -79,7 +79,7 @@ def replacements(text: bytes) -> Iterator[bytes]:
 def check_read(texts: Sequence[bytes], states: Sequence[State]) -> None:
     assert len(texts) == len(states)
     for text, state in zip(texts, states, strict=True):
-        assert state == prescribed(text), text
+        assert state == expected_state(text), text
         # A channel that no byte of the file says is the default alone.
         assert state[-1] == "stable" or b'"%s"' % state[-1].encode() in text
 
@@ -160,7 +160,7 @@ def entry_of(menu: Menu, label: str) -> Entry:
 
 def check_start(machine: Machine, text: bytes | None) -> Applet:
     """Starts the program on what a kill has left: it must show what the file says and leave it as it is."""
-    state = prescribed(text) if text is not None else DEFAULTS
+    state = expected_state(text) if text is not None else DEFAULTS
     fields = dict(zip(FIELDS, state, strict=True))
     applet = machine.start()
     kernel, stable = fields["kernel"], fields["stable"]
