@@ -92,6 +92,11 @@ class Session:
             for window in found
         ]
 
+    def told(self, applet: desktop.Program) -> str:
+        """What there is to say of an applet that does not do as it should."""
+        files = sorted(path.name for path in self.runtime.iterdir())
+        return f"running: {applet.running}, said: {applet.stdout + applet.stderr!r}, runtime folder: {files}"
+
     def applets(self) -> list[int]:
         """The user's processes that run the installed program."""
         found = []
@@ -147,7 +152,11 @@ def check(folder: Path) -> None:
             with step(f"the action {action} opens {title}"):
                 assert session.windows(title) == []
                 session.act(action)
-                wait_until(lambda title=title: session.windows(title), f"the window {title}")
+                wait_until(
+                    lambda title=title: session.windows(title),
+                    lambda title=title: f"the window {title}; windows: {session.windows()}, {session.told(applet)}",
+                    deadline=60,
+                )
                 assert [int(process) for process in session.windows(title)] == [item.pid]
                 assert session.applets() == [item.pid], "another applet was started"
 
