@@ -150,6 +150,12 @@ bool is_safe_kernel_url(const std::string& url) {
            url.size() <= MAX_LENGTH && url.find_first_not_of(permitted) == std::string::npos;
 }
 
+/// Says whether `text` begins with `word`: starts_with for words whose length the compiler knows, without a call.
+template <size_t SIZE>
+bool begins(std::string_view text, const char (&word)[SIZE]) {
+    return text.size() >= SIZE - 1 && std::memcmp(text.data(), word, SIZE - 1) == 0;
+}
+
 bool is_blank(char c) {
     return c == ' ' || c == '\t' || c == '\r' || c == '\n';
 }
@@ -213,9 +219,9 @@ std::string guess_changelog_url(const std::string& version) {
 // ---- The ChangeLog text ---------------------------------------------------------------------------------------------
 
 /// Returns the text behind `prefix` bytes of a header line, without blanks around it.
-std::string header_value(std::string_view line, size_t prefix) {
+std::string_view header_value(std::string_view line, size_t prefix) {
     const std::string_view value = without_trailing_blanks(line.substr(prefix));
-    return std::string(value.substr(std::min(value.find_first_not_of(' '), value.size())));
+    return value.substr(std::min(value.find_first_not_of(' '), value.size()));
 }
 
 /// Returns how many lines of `text`, which begins with a line, begin a commit.
@@ -231,52 +237,74 @@ int count_commit_lines(std::string_view text) {
     return count;
 }
 
+/// Lines put together, in one buffer for all commits, so that no commit grows one of its own.
+struct Lines {
+    std::string buffer;
+    size_t size = 0;  ///< Of what was put together; the buffer may be larger.
+};
+
+/// Appends `line` and a line feed. `readable` is how many bytes may be read from the line's start on.
+void append_line(Lines& lines, std::string_view line, size_t readable) {
+    // Copies of a fixed length cost no call each line; what they take from behind the line is written over by the next.
+    constexpr size_t STEP = 64;
+
+    const size_t room = lines.size + line.size() + STEP;
+    if (lines.buffer.size() < room) lines.buffer.resize(room);
+    char* const to = lines.buffer.data() + lines.size;
+    if (line.size() + STEP <= readable) {
+        for (size_t done = 0; done < line.size(); done += STEP) std::memcpy(to + done, line.data() + done, STEP);
+    } else {
+        line.copy(to, line.size());
+    }
+    to[line.size()] = '\n';
+    lines.size += line.size() + 1;
+}
+
 /// Appends the commits of a ChangeLog file, which has the form of `git log`, to `out`. Beyond MAX_ENTRIES they are only
 /// counted.
 void parse_changelog_text(const std::string& text, ChangeLog& out) {
+    const std::string_view whole = text;
     ChangeEntry* cur = nullptr;
-    // The body of `cur`, in one buffer for all commits, so that no commit grows one of its own.
-    std::string rest;
+    Lines rest;
     const auto flush = [&] {
-        if (cur) cur->body = without_trailing_blanks(rest);
+        if (cur) cur->body = without_trailing_blanks({rest.buffer.data(), rest.size});
         cur = nullptr;
-        rest.clear();
-    };
-    // The first line of a message that is not empty is the subject; empty lines behind it are passed over.
-    const auto add_message_line = [&](std::string_view line) {
-        if (cur->subject.empty()) {
-            cur->subject = line;
-        } else if (!line.empty() || !rest.empty()) {
-            rest += line;
-            rest += '\n';
-        }
+        rest.size = 0;
     };
 
     out.entries.reserve(MAX_ENTRIES);
     for (size_t pos = 0;;) {
-        const size_t feed = text.find('\n', pos);
-        std::string_view line = std::string_view(text).substr(pos, feed - pos);
-        if (line.ends_with('\r')) line.remove_suffix(1);
+        const size_t feed = whole.find('\n', pos);
+        std::string_view line = whole.substr(pos, feed - pos);
 
-        if (cur && line.starts_with("    ")) {
-            add_message_line(without_trailing_blanks(line.substr(4)));
-        } else if (line.starts_with("commit ")) {
-            flush();
-            if (out.entries.size() >= MAX_ENTRIES) {
-                out.total_found += count_commit_lines(std::string_view(text).substr(pos));
-                break;
+        if (cur && begins(line, "    ")) {
+            line = without_trailing_blanks(line.substr(4));
+            // The first line that is not empty is the subject; empty lines behind it are passed over.
+            if (cur->subject.empty()) {
+                cur->subject = line;
+            } else if (!line.empty() || rest.size > 0) {
+                append_line(rest, line, whole.size() - pos - 4);
             }
-            ++out.total_found;
-            cur = &out.entries.emplace_back();
-            cur->id = line.substr(7, 12);
-        } else if (!cur) {
-            // What stands before the first commit belongs to none.
-        } else if (line.empty()) {
-            add_message_line(line);
-        } else if (line.starts_with("Author:")) {
-            cur->author = header_value(line, 7);
-        } else if (line.starts_with("Date:")) {
-            cur->date = header_value(line, 5);
+        } else {
+            if (line.ends_with('\r')) line.remove_suffix(1);
+            if (begins(line, "commit ")) {
+                flush();
+                if (out.entries.size() >= MAX_ENTRIES) {
+                    out.total_found += count_commit_lines(whole.substr(pos));
+                    break;
+                }
+                ++out.total_found;
+                cur = &out.entries.emplace_back();
+                cur->id = line.substr(7, 12);
+            } else if (!cur) {
+                // What stands before the first commit belongs to none.
+            } else if (line.empty()) {
+                if (rest.size > 0) append_line(rest, line, 0);
+            } else if (begins(line, "Author:")) {
+                cur->author = header_value(line, 7);
+            } else if (begins(line, "Date:")) {
+                cur->date = header_value(line, 5);
+            }
         }
 
         if (feed == std::string::npos) break;
@@ -313,14 +341,22 @@ long reference_number(std::string_view name) {
     return std::strtol(digits.c_str(), nullptr, hexadecimal ? 16 : 10);
 }
 
-/// Returns the character of a reference that has a name, or 0. The number of the single quote counts as a name.
-char named_character(std::string_view name) {
-    if (name == "lt") return '<';
-    if (name == "gt") return '>';
-    if (name == "amp") return '&';
-    if (name == "quot") return '"';
-    if (name == "apos" || name == "#39") return '\'';
-    return 0;
+/// A reference that has a name, as it stands in a text, and its character.
+struct NamedReference {
+    size_t size;
+    char character;
+};
+
+/// Returns the reference that `text` begins with, of size 0 if it has no name. The number of the single quote counts as
+/// a name.
+NamedReference named_reference(std::string_view text) {
+    if (begins(text, "&lt;")) return {4, '<'};
+    if (begins(text, "&gt;")) return {4, '>'};
+    if (begins(text, "&amp;")) return {5, '&'};
+    if (begins(text, "&quot;")) return {6, '"'};
+    if (begins(text, "&apos;")) return {6, '\''};
+    if (begins(text, "&#39;")) return {5, '\''};
+    return {};
 }
 
 /// Appends `in` to `out`, with the five named references and numeric ones up to three bytes of UTF-8 decoded. A name that
@@ -328,12 +364,16 @@ char named_character(std::string_view name) {
 void append_unescaped(std::string_view in, std::string& out) {
     constexpr size_t FARTHEST_SEMICOLON = 10;
 
-    out.reserve(out.size() + in.size());
     for (size_t pos = 0; pos < in.size();) {
         const size_t amp = std::min(in.find('&', pos), in.size());
         out.append(in, pos, amp - pos);
         if (amp == in.size()) break;
 
+        if (const NamedReference known = named_reference(in.substr(amp)); known.size > 0) {
+            out += known.character;
+            pos = amp + known.size;
+            continue;
+        }
         const size_t farthest = std::min(amp + FARTHEST_SEMICOLON, in.size() - 1);
         size_t semicolon = amp + 1;
         while (semicolon <= farthest && in[semicolon] != ';') ++semicolon;
@@ -344,9 +384,7 @@ void append_unescaped(std::string_view in, std::string& out) {
         }
         const std::string_view name = in.substr(amp + 1, semicolon - amp - 1);
         pos = semicolon + 1;
-        if (const char known = named_character(name)) {
-            out += known;
-        } else if (!name.starts_with('#')) {
+        if (!name.starts_with('#')) {
             out.append(in, amp, pos - amp);
             pos = amp + 1;
         } else if (!append_code_point(reference_number(name), out)) {
@@ -357,6 +395,7 @@ void append_unescaped(std::string_view in, std::string& out) {
 
 std::string xml_unescape(std::string_view in) {
     std::string out;
+    out.reserve(in.size());
     append_unescaped(in, out);
     return out;
 }
@@ -372,105 +411,142 @@ size_t find_tag(std::string_view block, size_t from, bool closing, std::string_v
     return std::string_view::npos;
 }
 
-/// Returns the text of the first element called `tag` in `block` as it stands, or empty. A tag with attributes is another.
-std::string_view raw_tag_value(std::string_view block, std::string_view tag) {
+/// Returns the decoded text of the first element called `tag` in `block`, or empty. A tag with attributes is another.
+std::string xml_tag_value(std::string_view block, std::string_view tag) {
     const size_t open = find_tag(block, 0, false, tag);
     if (open == std::string_view::npos) return {};
     const size_t start = open + tag.size() + 2;
     const size_t end = find_tag(block, start, true, tag);
     if (end == std::string_view::npos) return {};
-    return block.substr(start, end - start);
+    return xml_unescape(block.substr(start, end - start));
 }
 
-/// Returns the decoded text of the first element called `tag` in `block`, or empty.
-std::string xml_tag_value(std::string_view block, std::string_view tag) {
-    return xml_unescape(raw_tag_value(block, tag));
-}
+/// An element of an entry that is read: how its start tag begins, and its end tag.
+struct Element {
+    std::string_view start;
+    std::string_view end;
+};
 
-/// Returns the decoded text of the first content element in `block`, without blanks at its end, or empty.
-std::string content_text(std::string_view block) {
-    const size_t tag = block.find("<content");
-    if (tag == std::string::npos) return {};
-    const size_t tag_end = block.find('>', tag);
-    if (tag_end == std::string::npos) return {};
-    const size_t end = block.find("</content>", tag_end);
-    if (end == std::string::npos) return {};
-    return trim_right(xml_unescape(block.substr(tag_end + 1, end - tag_end - 1)));
-}
+constexpr std::string_view ENTRY_END = "</entry>";
+constexpr Element ELEMENTS[] = {{"<title>", "</title>"},     {"<name>", "</name>"}, {"<email>", "</email>"},
+                                {"<updated>", "</updated>"}, {"<id>", "</id>"},     {"<content", "</content>"}};
+enum ElementIndex { TITLE, NAME, EMAIL, UPDATED, ID, CONTENT, ELEMENT_COUNT };
 
-/// Returns a commit's message without its first line, if that is the subject, and without empty lines at its start.
-std::string body_behind(const std::string& subject, std::string message) {
-    const size_t first_end = std::min(message.find('\n'), message.size());
-    const bool repeated = std::string_view(message).substr(0, first_end) == subject;
-    const size_t start = message.find_first_not_of('\n', repeated ? first_end : 0);
-    message.erase(0, start == std::string::npos ? message.size() : start);
-    return message;
-}
+/// Where the first start tag of an element stands in an entry, and the next tag of any kind; npos where there is none.
+struct Place {
+    size_t start = std::string_view::npos;
+    size_t next = std::string_view::npos;
+};
 
-/// The elements of an entry that are read, as their start tags begin, and the entry's own end.
-constexpr std::string_view ENTRY_TAGS[] = {"<title>", "<name>", "<email>", "<updated>", "<id>", "<content", "</entry>"};
-enum EntryTag { TITLE, NAME, EMAIL, UPDATED, ID, CONTENT, ENTRY_END, ENTRY_TAG_COUNT };
-
-/// Where each of ENTRY_TAGS stands first in an entry; npos for those that it has not.
-using EntryMap = std::array<size_t, ENTRY_TAG_COUNT>;
+/// Where in the feed an entry's elements stand, and its own end tag.
+struct EntryMap {
+    std::array<Place, ELEMENT_COUNT> places;
+    size_t end = std::string_view::npos;
+};
 
 /// Walks once over the tags of the entry that begins at `start`, instead of searching it for each of them.
 EntryMap map_entry(std::string_view xml, size_t start) {
     EntryMap map;
-    map.fill(std::string_view::npos);
-    for (size_t at = start; at != std::string_view::npos && map[ENTRY_END] == std::string_view::npos;
-         at = xml.find('<', at + 1)) {
+    Place nowhere;
+    Place* newest = &nowhere;
+    for (size_t at = start; at != std::string_view::npos; at = xml.find('<', at + 1)) {
+        newest->next = at;
+        newest = &nowhere;
         const std::string_view rest = xml.substr(at);
-        for (size_t tag = 0; tag < ENTRY_TAG_COUNT; ++tag) {
-            // The third byte alone tells most of them apart.
-            const bool here = rest.size() > 2 && rest[2] == ENTRY_TAGS[tag][2] && rest.starts_with(ENTRY_TAGS[tag]);
-            if (here && map[tag] == std::string_view::npos) map[tag] = at;
+        // The third byte alone tells most tags apart.
+        const char third = rest.size() > 2 ? rest[2] : '\0';
+        if (third == ENTRY_END[2] && rest.starts_with(ENTRY_END)) {
+            map.end = at;
+            break;
+        }
+        for (size_t i = 0; i < ELEMENT_COUNT; ++i) {
+            const std::string_view tag = ELEMENTS[i].start;
+            if (third != tag[2] || !rest.starts_with(tag) || map.places[i].start != std::string_view::npos) continue;
+            map.places[i].start = at;
+            newest = &map.places[i];
         }
     }
     return map;
 }
 
-ChangeEntry parse_atom_entry(std::string_view xml, const EntryMap& map) {
-    // From the element on, up to the end of its entry.
-    const auto behind = [&](EntryTag tag) {
-        return map[tag] == std::string_view::npos ? std::string_view{}
-                                                  : xml.substr(map[tag], map[ENTRY_END] - map[tag]);
-    };
-    ChangeEntry ce;
-    ce.subject = xml_tag_value(behind(TITLE), "title");
-    const std::string_view name = raw_tag_value(behind(NAME), "name");
-    const std::string_view mail = raw_tag_value(behind(EMAIL), "email");
-    ce.author.reserve(name.size() + mail.size() + 3);
-    append_unescaped(name, ce.author);
-    if (!mail.empty()) {
-        ce.author += " <";
-        append_unescaped(mail, ce.author);
-        ce.author += '>';
+/// Appends the decoded text of an entry's element to `out`.
+void append_element(std::string_view xml, const EntryMap& map, ElementIndex index, std::string& out) {
+    const Place& place = map.places[index];
+    if (place.start == std::string_view::npos) return;
+    const auto& [start, end] = ELEMENTS[index];
+    if (xml.substr(place.next).starts_with(end)) {
+        const size_t text = place.start + start.size();
+        append_unescaped(xml.substr(text, place.next - text), out);
+    } else {
+        const std::string_view block = xml.substr(place.start, map.end - place.start);
+        out += xml_tag_value(block, start.substr(1, start.size() - 2));
     }
-    ce.date = xml_tag_value(behind(UPDATED), "updated");
+}
 
-    const std::string id = xml_tag_value(behind(ID), "id");
-    const size_t colon = id.rfind(':');
-    ce.id = id.substr(colon == std::string::npos ? 0 : colon + 1, 12);
+/// Returns the text of an entry's content element as it stands, or empty.
+std::string_view raw_content(std::string_view xml, const EntryMap& map) {
+    const Place& place = map.places[CONTENT];
+    const std::string_view entry = xml.substr(0, map.end);
+    const size_t tag_end = entry.find('>', place.start);
+    if (tag_end == std::string_view::npos) return {};
+    const size_t end = entry.find(ELEMENTS[CONTENT].end, std::max(tag_end, place.next));
+    if (end == std::string_view::npos) return {};
+    return entry.substr(tag_end + 1, end - tag_end - 1);
+}
 
-    ce.body = body_behind(ce.subject, content_text(behind(CONTENT)));
-    return ce;
+/// Returns a commit's message without its first line, if that is the subject, and without empty lines at its start.
+std::string_view body_behind(std::string_view subject, std::string_view message) {
+    const size_t first_end = std::min(message.find('\n'), message.size());
+    const bool repeated = message.substr(0, first_end) == subject;
+    const size_t start = message.find_first_not_of('\n', repeated ? first_end : 0);
+    return message.substr(std::min(start, message.size()));
+}
+
+/// Fills `ce` from an entry. `scratch` is room for what is cut after it is decoded.
+void parse_atom_entry(std::string_view xml, const EntryMap& map, ChangeEntry& ce, std::string& scratch) {
+    append_element(xml, map, TITLE, ce.subject);
+
+    scratch.clear();
+    append_element(xml, map, NAME, scratch);
+    const size_t name_size = scratch.size();
+    scratch += " <";
+    const size_t mail_start = scratch.size();
+    append_element(xml, map, EMAIL, scratch);
+    if (scratch.size() == mail_start) {
+        scratch.resize(name_size);
+    } else {
+        scratch += '>';
+    }
+    ce.author = scratch;
+
+    append_element(xml, map, UPDATED, ce.date);
+
+    scratch.clear();
+    append_element(xml, map, ID, scratch);
+    const size_t colon = scratch.rfind(':');
+    ce.id.assign(scratch, colon == std::string::npos ? 0 : colon + 1, 12);
+
+    scratch.clear();
+    append_unescaped(raw_content(xml, map), scratch);
+    scratch = trim_right(std::move(scratch));
+    ce.body = body_behind(ce.subject, scratch);
 }
 
 /// Appends the commits of a feed of the git browser to `out`. Beyond MAX_ENTRIES they are only counted. No parser of
 /// XML: it searches the tags that such a feed has.
 void parse_atom_feed(const std::string& xml, ChangeLog& out) {
+    std::string scratch;
     out.entries.reserve(MAX_ENTRIES);
     for (size_t pos = 0;;) {
         const size_t start = xml.find("<entry>", pos);
         if (start == std::string::npos) break;
         const bool keep = out.entries.size() < MAX_ENTRIES;
         const EntryMap map = keep ? map_entry(xml, start) : EntryMap{};
-        const size_t end = keep ? map[ENTRY_END] : xml.find(ENTRY_TAGS[ENTRY_END], start);
+        const size_t end = keep ? map.end : xml.find(ENTRY_END, start);
         if (end == std::string::npos) break;
-        pos = end + ENTRY_TAGS[ENTRY_END].size();
+        pos = end + ENTRY_END.size();
         ++out.total_found;
-        if (keep) out.entries.push_back(parse_atom_entry(xml, map));
+        if (keep) parse_atom_entry(xml, map, out.entries.emplace_back(), scratch);
     }
     out.truncated = static_cast<int>(out.entries.size()) < out.total_found;
 }

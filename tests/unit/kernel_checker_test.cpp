@@ -1509,6 +1509,19 @@ ChangeLog log_by_the_rules(const std::string& text) {
     return log;
 }
 
+TEST(ChangelogText, TakesLinesOfAnyLengthWhereverTheTextEnds) {
+    for (size_t first = 1; first <= 200; ++first) {
+        for (const size_t second : {size_t{1}, first, 201 - first}) {
+            const std::string body = std::string(first, 'a') + "\n\n" + std::string(second, 'b');
+            for (const std::string end : {"", "\n", "\n\n", " \t"}) {
+                const std::string text = "commit 1\n\n    S\n\n    " + std::string(first, 'a') + "\n    \n    " +
+                                         std::string(second, 'b') + end;
+                ASSERT_EQ(log_of_text(text).entries.at(0).body, body) << first << ' ' << second << ' ' << end;
+            }
+        }
+    }
+}
+
 TEST(ChangelogText, OfAnyLinesReadsAsTheRulesTell) {
     const std::vector<std::string> pieces = {"commit ",
                                              "commit 0123456789abcdef\n",
@@ -2175,6 +2188,77 @@ TEST(AtomFeed, CutAtAnyByteNeverTellsMoreThanTheWhole) {
         }
     }
     EXPECT_EQ(before, 2);
+}
+
+/// The rules one after the other: each element searched in the whole entry.
+ChangeLog log_of_feed_by_the_rules(const std::string& xml) {
+    ChangeLog log;
+    for (size_t pos = 0;;) {
+        const size_t start = xml.find("<entry>", pos);
+        if (start == std::string::npos) break;
+        const size_t end = xml.find("</entry>", start);
+        if (end == std::string::npos) break;
+        const std::string block = xml.substr(start, end - start);
+        pos = end + 8;
+
+        const auto value = [&block](const std::string& tag) -> std::string {
+            const size_t open = block.find("<" + tag + ">");
+            if (open == std::string::npos) return "";
+            const size_t text = open + tag.size() + 2;
+            const size_t close = block.find("</" + tag + ">", text);
+            return close == std::string::npos ? "" : xml_unescape(block.substr(text, close - text));
+        };
+        ChangeEntry ce;
+        ce.subject = value("title");
+        ce.author = value("name");
+        if (const std::string mail = value("email"); !mail.empty()) ce.author += " <" + mail + ">";
+        ce.date = value("updated");
+        const std::string id = value("id");
+        ce.id = id.substr(id.find_last_of(':') + 1).substr(0, 12);
+        const size_t content = block.find("<content");
+        const size_t open = content == std::string::npos ? content : block.find('>', content);
+        const size_t close = open == std::string::npos ? open : block.find("</content>", open);
+        if (close != std::string::npos) ce.body = trim_right(xml_unescape(block.substr(open + 1, close - open - 1)));
+        if (!ce.body.empty()) {
+            const size_t feed = ce.body.find('\n');
+            if (ce.body.substr(0, feed) == ce.subject) ce.body.erase(0, feed == std::string::npos ? feed : feed + 1);
+            while (ce.body.starts_with('\n')) ce.body.erase(0, 1);
+        }
+        log.total_found += 1;
+        if (log.entries.size() < 400) log.entries.push_back(ce);
+    }
+    log.truncated = static_cast<int>(log.entries.size()) < log.total_found;
+    return log;
+}
+
+TEST(AtomFeed, OfAnyTagsReadsAsTheRulesTell) {
+    std::vector<std::string> pieces = {
+        "<entry>", "</entry>", "<content", " type='text'>", "</content>", "<content>", "<",     "</", ">", "/>",
+        "text",    "a:b",      "\n",       "\n\n",          " ",          "&lt;",      "&#10;", ":"};
+    for (const std::string tag : {"title", "name", "email", "updated", "id"}) {
+        for (const std::string& piece : {"<" + tag + ">", "</" + tag + ">", "<" + tag + ">text</" + tag + ">"}) {
+            pieces.push_back(piece);
+        }
+    }
+    std::mt19937 random(20261123);
+    std::uniform_int_distribution<size_t> piece(0, pieces.size() - 1);
+    std::uniform_int_distribution<int> length(1, 60);
+    int subjects = 0;
+    int bodies = 0;
+    for (int i = 0; i < 20000; ++i) {
+        std::string xml;
+        if (i % 4 != 0) xml = "<entry>";
+        for (int n = length(random); n > 0; --n) xml += pieces[piece(random)];
+        if (i % 4 > 1) xml += "</content></entry>";
+        const ChangeLog expected = log_of_feed_by_the_rules(xml);
+        ASSERT_EQ(text_of(log_of_feed(xml)), text_of(expected)) << xml;
+        for (const ChangeEntry& entry : expected.entries) {
+            subjects += !entry.subject.empty();
+            bodies += !entry.body.empty();
+        }
+    }
+    EXPECT_GT(subjects, 1000);
+    EXPECT_GT(bodies, 1000);
 }
 
 // ---- The load of a changelog ----
