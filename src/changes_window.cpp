@@ -227,7 +227,8 @@ void show_failure(const ChangeLog& log) {
 /// Gives the keyboard back to the control that had it when the load began, unless it was led elsewhere meanwhile.
 void give_keys_back() {
     auto* control = static_cast<GtkWidget*>(g_object_get_data(G_OBJECT(changes_win), FOCUS_KEY));
-    if (control && !gtk_window_get_focus(GTK_WINDOW(changes_win))) gtk_widget_grab_focus(control);
+    if (!control || !gtk_widget_get_visible(control) || gtk_window_get_focus(GTK_WINDOW(changes_win))) return;
+    gtk_widget_grab_focus(control);
 }
 
 /// Shows a load's result, `data`, a LoadResult on the heap that is ours from here on. A stale one is dropped.
@@ -238,13 +239,13 @@ gboolean apply_result(gpointer data) {
     clear_body();
     gtk_widget_set_sensitive(changes_refresh, TRUE);
     gtk_widget_set_sensitive(changes_combo, TRUE);
-    give_keys_back();
     if (res->log.success) {
         show_changes(res->log);
     } else {
         show_failure(res->log);
     }
     gtk_widget_show_all(changes_body);
+    give_keys_back();
     return G_SOURCE_REMOVE;
 }
 

@@ -144,11 +144,12 @@ static void armAlarm() {
 /// Writes the report, starts the dialog and lets the signal end the process. Not limited to what is safe in a handler:
 /// a simple report is worth the risk that a crash within the allocator finds no end but the alarm's.
 static void crashHandler(int sig) {
-    armAlarm();
     std::signal(sig, SIG_DFL);
+    armAlarm();
     const std::string path = crashFilePath();
     FILE* f = std::fopen(path.c_str(), "w");
     if (!f) {
+        alarm(0);
         raise(sig);
         return;
     }
@@ -173,6 +174,7 @@ static void crashHandler(int sig) {
     const char* xauth_env = std::getenv("XAUTHORITY");
     const pid_t pid = fork();
     if (pid == 0) becomeDialog(sig, path, timebuf, display_env, wayland_env, xauth_env);
+    alarm(0);
     // Blocked in its own handler, it waits for the handler to return.
     raise(sig);
 }

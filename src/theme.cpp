@@ -93,7 +93,7 @@ treeview header button { font-size: 11px; font-weight: bold; padding: 4px 6px; }
 
 constexpr char SUBTITLE_KEY[] = "subtitle-label";
 
-GtkWidget* left_label(const char* text, const char* css_class) {
+GtkWidget* header_label(const char* text, const char* css_class) {
     GtkWidget* label = gtk_label_new(text);
     gtk_label_set_xalign(GTK_LABEL(label), 0.0);
     theme_add_class(label, css_class);
@@ -164,9 +164,9 @@ GtkWidget* theme_header(const char* title, const char* subtitle, const char* acc
 
     GtkWidget* texts = gtk_box_new(GTK_ORIENTATION_VERTICAL, 2);
     gtk_widget_set_valign(texts, GTK_ALIGN_CENTER);
-    GtkWidget* t = left_label(title, "hdr-title");
+    GtkWidget* t = header_label(title, "hdr-title");
     gtk_box_pack_start(GTK_BOX(texts), t, FALSE, FALSE, 0);
-    GtkWidget* s = left_label(theme_excerpt(subtitle ? subtitle : "").c_str(), "hdr-subtitle");
+    GtkWidget* s = header_label(theme_excerpt(subtitle ? subtitle : "").c_str(), "hdr-subtitle");
     gtk_label_set_line_wrap(GTK_LABEL(s), TRUE);
     gtk_box_pack_start(GTK_BOX(texts), s, FALSE, FALSE, 0);
     gtk_box_pack_start(GTK_BOX(hdr), texts, TRUE, TRUE, 0);

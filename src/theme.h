@@ -22,7 +22,7 @@ const char* theme_tag_class(const std::string& subsystem);
 /// Returns `text`, which is UTF-8, or the start of one that is far longer than a version or a name ever is: a window
 /// that grows with its texts would become larger than a display can take, which ends the program.
 inline std::string theme_excerpt(const char* text) {
-    constexpr glong LONGEST = 200;
+    constexpr glong LONGEST = 500;
     if (g_utf8_strlen(text, -1) <= LONGEST) return text;
     const char* const end = g_utf8_offset_to_pointer(text, LONGEST - 1);
     return std::string(text, end) + "…";

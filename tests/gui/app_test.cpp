@@ -20,6 +20,45 @@ int g_abouts = 0;
 /// The lengths in seconds that threads asked to sleep for. Written by one thread at a time.
 std::vector<long> g_sleeps;
 
+/// What the main thread does step by step, while a Record lives: what it asks of the libraries, and, at the next such
+/// step, what has become true meanwhile.
+class Record {
+  public:
+    using Condition = std::pair<std::string, std::function<bool()>>;
+
+    explicit Record(std::vector<Condition> conditions) : conditions_(std::move(conditions)) { current = this; }
+    ~Record() { current = nullptr; }
+    Record(const Record&) = delete;
+    Record& operator=(const Record&) = delete;
+
+    static void add(const std::string& step) {
+        if (!current) return;
+        current->look();
+        current->steps_.push_back(step);
+    }
+
+    const std::vector<std::string>& steps() {
+        look();
+        return steps_;
+    }
+
+    static Record* current;
+
+  private:
+    void look() {
+        std::erase_if(conditions_, [this](const Condition& condition) {
+            const bool is_true = condition.second();
+            if (is_true) steps_.push_back(condition.first);
+            return is_true;
+        });
+    }
+
+    std::vector<Condition> conditions_;
+    std::vector<std::string> steps_;
+};
+
+Record* Record::current = nullptr;
+
 }  // namespace
 
 std::string get_running_kernel() {
@@ -47,6 +86,7 @@ GdkPixbuf* __wrap_gdk_pixbuf_new_from_data(const guchar*, GdkColorspace, gboolea
                                            GdkPixbufDestroyNotify, gpointer);
 GdkPixbuf* __wrap_gdk_pixbuf_new_from_data(const guchar* data, GdkColorspace space, gboolean alpha, int bits, int width,
                                            int height, int stride, GdkPixbufDestroyNotify destroy, gpointer user) {
+    Record::add("picture");
     if (g_picture_fails) return nullptr;
     return __real_gdk_pixbuf_new_from_data(data, space, alpha, bits, width, height, stride, destroy, user);
 }
@@ -65,6 +105,98 @@ int __wrap_nanosleep(const timespec*, timespec*);
 int __wrap_nanosleep(const timespec* length, timespec*) {
     g_sleeps.push_back(length->tv_nsec == 0 ? length->tv_sec : -1);
     return 0;
+}
+
+void __real_gtk_init(int*, char***);
+void __wrap_gtk_init(int*, char***);
+void __wrap_gtk_init(int* argc, char*** argv) {
+    Record::add("gtk_init " + std::to_string(*argc) + " " + (*argv)[*argc - 1]);
+    __real_gtk_init(argc, argv);
+}
+
+char* __real_setlocale(int, const char*);
+char* __wrap_setlocale(int, const char*);
+char* __wrap_setlocale(int category, const char* locale) {
+    Record::add("setlocale " + std::to_string(category) + " " + locale);
+    return __real_setlocale(category, locale);
+}
+
+gint __real_g_mkdir_with_parents(const gchar*, gint);
+gint __wrap_g_mkdir_with_parents(const gchar*, gint);
+gint __wrap_g_mkdir_with_parents(const gchar* path, gint mode) {
+    // The user's own folder, which no test is to touch.
+    if (!Record::current) return __real_g_mkdir_with_parents(path, mode);
+    Record::add("mkdir " + std::string(path) + " " + std::to_string(mode));
+    return -1;
+}
+
+AppIndicator* __real_app_indicator_new(const gchar*, const gchar*, AppIndicatorCategory);
+AppIndicator* __wrap_app_indicator_new(const gchar*, const gchar*, AppIndicatorCategory);
+AppIndicator* __wrap_app_indicator_new(const gchar* id, const gchar* icon, AppIndicatorCategory category) {
+    Record::add("indicator " + std::string(id) + " " + icon + " " + std::to_string(category));
+    return __real_app_indicator_new(id, icon, category);
+}
+
+void __real_app_indicator_set_icon_theme_path(AppIndicator*, const gchar*);
+void __wrap_app_indicator_set_icon_theme_path(AppIndicator*, const gchar*);
+void __wrap_app_indicator_set_icon_theme_path(AppIndicator* indicator, const gchar* path) {
+    Record::add("theme path " + std::string(path));
+    __real_app_indicator_set_icon_theme_path(indicator, path);
+}
+
+void __real_app_indicator_set_status(AppIndicator*, AppIndicatorStatus);
+void __wrap_app_indicator_set_status(AppIndicator*, AppIndicatorStatus);
+void __wrap_app_indicator_set_status(AppIndicator* indicator, AppIndicatorStatus status) {
+    Record::add("status " + std::to_string(status));
+    __real_app_indicator_set_status(indicator, status);
+}
+
+void __real_app_indicator_set_menu(AppIndicator*, GtkMenu*);
+void __wrap_app_indicator_set_menu(AppIndicator*, GtkMenu*);
+void __wrap_app_indicator_set_menu(AppIndicator* indicator, GtkMenu* menu) {
+    GList* entries = gtk_container_get_children(GTK_CONTAINER(menu));
+    Record::add("menu " + std::to_string(g_list_length(entries)));
+    g_list_free(entries);
+    __real_app_indicator_set_menu(indicator, menu);
+}
+
+void __real_app_indicator_set_label(AppIndicator*, const gchar*, const gchar*);
+void __wrap_app_indicator_set_label(AppIndicator*, const gchar*, const gchar*);
+void __wrap_app_indicator_set_label(AppIndicator* indicator, const gchar* label, const gchar* guide) {
+    Record::add("label " + std::string(label) + " " + guide);
+    __real_app_indicator_set_label(indicator, label, guide);
+}
+
+void __real_app_indicator_set_icon_full(AppIndicator*, const gchar*, const gchar*);
+void __wrap_app_indicator_set_icon_full(AppIndicator*, const gchar*, const gchar*);
+void __wrap_app_indicator_set_icon_full(AppIndicator* indicator, const gchar* icon, const gchar* description) {
+    Record::add("icon " + std::string(icon) + " " + description);
+    __real_app_indicator_set_icon_full(indicator, icon, description);
+}
+
+sighandler_t __real_signal(int, sighandler_t);
+sighandler_t __wrap_signal(int, sighandler_t);
+sighandler_t __wrap_signal(int number, sighandler_t handler) {
+    // The others protect the process and its children.
+    const auto signals = window_signals();
+    if (std::ranges::any_of(signals, [number](const auto& window) { return window.number == number; })) {
+        Record::add("signal " + std::to_string(number));
+    }
+    return __real_signal(number, handler);
+}
+
+void __real_gtk_main();
+void __wrap_gtk_main();
+void __wrap_gtk_main() {
+    Record::add("main loop");
+    if (!Record::current) __real_gtk_main();
+}
+
+void __real_gtk_main_quit();
+void __wrap_gtk_main_quit();
+void __wrap_gtk_main_quit() {
+    Record::add("end of the main loop");
+    if (!Record::current) __real_gtk_main_quit();
 }
 }
 
@@ -292,6 +424,116 @@ TEST_F(Applet, QuitClearsTheFlagAndEndsTheMainLoopWithoutASave) {
     EXPECT_FALSE(g_running);
     EXPECT_FALSE(std::filesystem::exists(state_file()));
 }
+
+// ---- The order of steps ----
+
+using Steps = std::vector<std::string>;
+
+/// An applet that no state was saved of yet.
+class StepsOf : public Applet {
+  protected:
+    Record::Condition save() const {
+        return {"save", [this] { return std::filesystem::exists(state_file()); }};
+    }
+};
+
+TEST_F(StepsOf, AResultThatIsNewAreLabelThenIconThenSave) {
+    Record record({save()});
+    apply(KernelVersions{"7.3-rc2", "7.2.4", "", true});
+    EXPECT_EQ(record.steps(), (Steps{"label 7.2.4 7.2.4", "icon /icons/tux-green Veldrin Panel", "save"}));
+}
+
+TEST_F(StepsOf, AResultThatIsKnownAreLabelThenSave) {
+    g_state.kernel = "7.2.4";
+    Record record({save()});
+    apply(KernelVersions{"", "7.2.4", "", true});
+    EXPECT_EQ(record.steps(), (Steps{"label 7.2.4 7.2.4", "save"}));
+}
+
+TEST_F(StepsOf, AFailedCheckAreNone) {
+    g_state.stable = "7.2.4";
+    Record record({save()});
+    apply(KernelVersions{});
+    EXPECT_EQ(record.steps(), Steps{});
+}
+
+TEST_F(StepsOf, AnAcknowledgementAreSaveThenIconThenLabel) {
+    g_state.stable = "7.2.4";
+    Record record({save()});
+    on_save_kernel(nullptr, nullptr);
+    EXPECT_EQ(record.steps(), (Steps{"save", "icon /icons/tux-white Veldrin Panel", "label 7.2.4 7.2.4"}));
+}
+
+TEST_F(StepsOf, AChangeOfTheChannelAreSaveThenLabel) {
+    g_state.mainline = "7.3-rc2";
+    g_state.channel = "mainline";
+    Record record({save()});
+    on_channel_changed();
+    EXPECT_EQ(record.steps(), (Steps{"save", "label 7.3-rc2 7.3-rc2"}));
+}
+
+TEST_F(StepsOf, QuitAreFlagThenWindowsThenTheEndOfTheLoop) {
+    on_show_info(nullptr, nullptr);
+    on_show_changes(nullptr, nullptr);
+    on_show_system(nullptr, nullptr);
+    GList* windows = gtk_window_list_toplevels();
+    for (GList* window = windows; window; window = window->next) {
+        const auto on_destroy = +[](GtkWindow* destroyed) { Record::add(gtk_window_get_title(destroyed)); };
+        if (!gtk_window_get_title(GTK_WINDOW(window->data))) continue;
+        g_signal_connect(window->data, "destroy", G_CALLBACK(on_destroy), nullptr);
+    }
+    g_list_free(windows);
+    Record record({{"flag", [] { return !g_running; }}});
+    on_quit(nullptr, nullptr);
+    EXPECT_EQ(record.steps(),
+              (Steps{"flag", "Settings", "Latest Kernel Changes", "System & Kernel Modules", "end of the main loop"}));
+}
+
+/// Starts the applet as far as its main loop, in the place of which it ends. Returns whether its steps were these.
+bool start_takes_steps() {
+    const TemporaryFolder folder;
+    const Environment snap("SNAP_USER_DATA", folder.path().string());
+    const Environment home("HOME", std::nullopt);
+    save_state(AppState{"7.2.3", "7.2.4", "7.3-rc2", "7.2.4", "6.18.50", "mainline"});
+    // The check thread ends after its first delay.
+    g_running = false;
+
+    Record record({{"state", [] { return !g_state.kernel.empty(); }}});
+    char program[] = "veldrin";
+    char word[] = "word";
+    char* argv[] = {program, word, nullptr};
+    app_run(2, argv);
+
+    const std::string icons = std::string(g_get_user_runtime_dir()) + "/VeldrinWatch-icons";
+    const Steps expected = {
+        "gtk_init 2 word",
+        "setlocale " + std::to_string(LC_NUMERIC) + " C",
+        "state",
+        "mkdir " + icons + " " + std::to_string(0755),
+        "picture",
+        "picture",
+        "picture",
+        "indicator veldrin-watch " + icons + "/tux-green " + std::to_string(APP_INDICATOR_CATEGORY_SYSTEM_SERVICES),
+        "theme path " + icons,
+        "status " + std::to_string(APP_INDICATOR_STATUS_ACTIVE),
+        "menu 8",
+        "label 7.3-rc2 7.3-rc2",
+        "signal " + std::to_string(SIGUSR1),
+        "signal " + std::to_string(SIGUSR2),
+        "signal " + std::to_string(SIGRTMIN + 1),
+        "signal " + std::to_string(SIGRTMIN + 2),
+        "main loop"};
+    for (const std::string& step : record.steps()) std::cerr << step << "\n";
+    return record.steps() == expected;
+}
+
+TEST(StartDeathTest, TakesItsStepsInOrder) {
+    // In a process of its own from the beginning: a start leaves its marks on it.
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(_exit(start_takes_steps() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+// ---- Windows ----
 
 /// Returns the titles of the windows that there are.
 std::set<std::string> window_titles() {

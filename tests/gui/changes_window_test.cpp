@@ -73,8 +73,9 @@ std::atomic<size_t> g_posted{0};
 size_t g_delivered = 0;
 int g_presented = 0;
 GtkWindow* g_last_presented = nullptr;
-/// The windows there were whenever the stylesheet was applied, as they were then.
+/// The windows there were whenever the stylesheet was applied, as they were then, and their settings.
 std::vector<WindowState> g_styled;
+std::vector<std::string> g_settings_then;
 
 }  // namespace
 
@@ -108,7 +109,10 @@ void __wrap_gtk_window_present(GtkWindow* window) {
 void __real_gtk_style_context_add_provider_for_screen(GdkScreen*, GtkStyleProvider*, guint);
 void __wrap_gtk_style_context_add_provider_for_screen(GdkScreen*, GtkStyleProvider*, guint);
 void __wrap_gtk_style_context_add_provider_for_screen(GdkScreen* screen, GtkStyleProvider* provider, guint priority) {
-    for (GtkWidget* window : open_windows()) g_styled.push_back(state_of(window));
+    for (GtkWidget* window : open_windows()) {
+        g_styled.push_back(state_of(window));
+        g_settings_then.push_back(settings_of(window));
+    }
     __real_gtk_style_context_add_provider_for_screen(screen, provider, priority);
 }
 }
@@ -167,6 +171,7 @@ class Changes : public testing::Test {
         g_delivered = 0;
         g_presented = 0;
         g_styled.clear();
+        g_settings_then.clear();
         loads_begun_ = 0;
         EXPECT_EQ(open_windows().size(), 0U);
     }
@@ -306,6 +311,16 @@ TEST_F(Changes, WindowIsStyledBetweenItsSizeAndItsContents) {
     EXPECT_EQ(g_styled[0].width, 780);
     EXPECT_EQ(g_styled[0].height, 660);
     EXPECT_TRUE(g_styled[0].empty);
+    EXPECT_EQ(g_settings_then[0],
+              " hidden default-height=660 default-width=780 title=\"Latest Kernel Changes\" window-position=center");
+}
+
+TEST_F(Changes, ControlsKnowWhatTheyCall) {
+    open();
+    EXPECT_TRUE(calls(changes_refresh, "clicked", on_refresh, nullptr));
+    EXPECT_TRUE(calls(changes_combo, "changed", on_combo_changed, nullptr));
+    EXPECT_TRUE(calls(close_button(), "clicked", gtk_widget_destroy, changes_win));
+    EXPECT_TRUE(calls(changes_win, "destroy", on_destroy, nullptr));
 }
 
 // ---- Opening --------------------------------------------------------------------------------------------------------
@@ -327,6 +342,39 @@ TEST_F(Changes, OpeningStartsExactlyOneLoad) {
     EXPECT_EQ(g_site.load(0).known_version, "7.3-rc2");
     EXPECT_EQ(g_site.load(1).known_version, "7.2.4");
     EXPECT_EQ(g_site.load(2).known_version, "6.18.50");
+}
+
+TEST_F(Changes, WindowIsShownBeforeItsLoadStarts) {
+    state.channel = "longterm";
+    const unsigned int before = g_request;
+    std::string then;
+    look_at_windows_when_shown([this] { open(); },
+                               [&then, before](GtkWidget* window) {
+                                   EXPECT_EQ(changes_win, nullptr);
+                                   EXPECT_EQ(g_request, before);
+                                   EXPECT_EQ(g_known.longterm, "6.18.50");
+                                   EXPECT_FALSE(calls(changes_combo, "changed", on_combo_changed, nullptr));
+                                   then = describe(window);
+                               });
+    EXPECT_EQ(then, R"(
+GtkWindow default-height=660 default-width=780 title="Latest Kernel Changes" window-position=center
+  GtkBox orientation=vertical
+    GtkBox.acc-longterm.hdr [start] spacing=14
+      GtkImage [start] valign=center
+      GtkBox [start expand fill] orientation=vertical spacing=2 valign=center
+        GtkLabel.hdr-title [start] label="Latest Kernel Changes" xalign=0
+        GtkLabel.hdr-subtitle [start] wrap xalign=0
+    GtkBox.toolbar [start] spacing=8
+      GtkLabel.status [start expand fill] ellipsize=end xalign=0
+      GtkComboBoxText [end] tooltip-text="Which channel to show. Preselected from Settings; changing it here does not change the panel label." rows=mainline:Mainline,stable:Stable,longterm:Longterm
+      GtkButton [end] label="Refresh"
+    GtkScrolledWindow [start expand fill]
+      GtkViewport
+        GtkBox margin-bottom=6 margin-top=6 orientation=vertical
+    GtkBox [start] margin-bottom=10 margin-end=14 margin-start=14 margin-top=8
+      GtkLinkButton [start] hidden halign=start label="Open the full changelog on Kernhaven" no-show-all uri="https://www.kernel.org/"
+      GtkButton [end] label="Close"
+)");
 }
 
 TEST_F(Changes, EmptyChannelOpensOnStable) {
@@ -496,6 +544,71 @@ TEST_F(Changes, SelectionHandlerAsksTheSelectorThatItIsGiven) {
     EXPECT_EQ(g_site.load(1).channel, "longterm");
     gtk_widget_destroy(other);
     g_object_unref(other);
+}
+
+/// Writes down what happens to the parts of the open window: for each step a word, and how much the body holds then.
+class Steps {
+  public:
+    Steps() {
+        note(GTK_WIDGET(g_object_get_data(G_OBJECT(changes_header), "subtitle-label")), "notify::label", "subtitle");
+        note(changes_body, "remove", "clear");
+        note(changes_refresh, "notify::sensitive", "refresh");
+        note(changes_combo, "notify::sensitive", "selector");
+        note(changes_link, "notify::uri", "address");
+        note(changes_link, "hide", "unlink");
+        note(changes_link, "show", "link");
+        note(changes_status, "notify::label", "status");
+    }
+    ~Steps() {
+        for (const auto& [widget, word] : noted_) {
+            g_signal_handlers_disconnect_matched(widget, G_SIGNAL_MATCH_DATA, 0, 0, nullptr, nullptr, word.get());
+        }
+    }
+    Steps(const Steps&) = delete;
+    Steps& operator=(const Steps&) = delete;
+
+    std::string taken() { return std::exchange(taken_, ""); }
+
+  private:
+    struct Step {
+        Steps* steps;
+        std::string word;
+    };
+
+    void note(GtkWidget* widget, const char* signal, const char* word) {
+        noted_.emplace_back(widget, std::unique_ptr<Step>(new Step{this, word}));
+        g_signal_connect_swapped(widget, signal, G_CALLBACK(take), noted_.back().second.get());
+    }
+    static void take(const Step* step) {
+        std::string& taken = step->steps->taken_;
+        const size_t held = children_of(changes_body).size();
+        taken += (taken.empty() ? "" : " ") + step->word + std::to_string(held);
+    }
+
+    std::vector<std::pair<GtkWidget*, std::unique_ptr<Step>>> noted_;
+    std::string taken_;
+};
+
+TEST_F(Changes, LoadShowsItsStartStepByStep) {
+    open_with(success());
+    Steps steps;
+    refresh();
+    EXPECT_EQ(steps.taken(), "subtitle2 clear1 clear0 refresh0 selector0 unlink0 status0");
+}
+
+TEST_F(Changes, ResultIsShownStepByStep) {
+    open();
+    Steps steps;
+    answer(0, success());
+    EXPECT_EQ(steps.taken(), "clear0 refresh0 selector0 subtitle2 status2 address2 link2");
+    refresh();
+    steps.taken();
+    answer(1, failure("No."));
+    EXPECT_EQ(steps.taken(), "clear0 refresh0 selector0 status1 subtitle1");
+    apply_result(new LoadResult{g_request, success()});
+    steps.taken();
+    apply_result(new LoadResult{g_request, failure("No.")});
+    EXPECT_EQ(steps.taken(), "clear1 clear0 status1 subtitle1 unlink1");
 }
 
 TEST_F(Changes, ControlsWaitForTheResult) {

@@ -15,8 +15,9 @@ size_t g_windows_then = 0;
 int g_presented = 0;
 GtkWindow* g_last_presented = nullptr;
 
-/// The windows there were whenever the stylesheet was applied, as they were then.
+/// The windows there were whenever the stylesheet was applied, as they were then, and their settings.
 std::vector<WindowState> g_styled;
+std::vector<std::string> g_settings_then;
 
 }  // namespace
 
@@ -39,7 +40,10 @@ void __wrap_gtk_window_present(GtkWindow* window) {
 void __real_gtk_style_context_add_provider_for_screen(GdkScreen*, GtkStyleProvider*, guint);
 void __wrap_gtk_style_context_add_provider_for_screen(GdkScreen*, GtkStyleProvider*, guint);
 void __wrap_gtk_style_context_add_provider_for_screen(GdkScreen* screen, GtkStyleProvider* provider, guint priority) {
-    for (GtkWidget* window : open_windows()) g_styled.push_back(state_of(window));
+    for (GtkWidget* window : open_windows()) {
+        g_styled.push_back(state_of(window));
+        g_settings_then.push_back(settings_of(window));
+    }
     __real_gtk_style_context_add_provider_for_screen(screen, provider, priority);
 }
 }
@@ -68,6 +72,7 @@ class InfoWindow : public testing::Test {
         g_kernel_asked = g_presented = g_calls = g_other_calls = 0;
         g_on_call = nullptr;
         g_styled.clear();
+        g_settings_then.clear();
     }
     ~InfoWindow() override {
         close_info_window();
@@ -177,6 +182,29 @@ TEST_F(InfoWindow, IsStyledBetweenItsSizeAndItsContents) {
     EXPECT_EQ(g_styled[0].width, 470);
     EXPECT_EQ(g_styled[0].height, -1);
     EXPECT_TRUE(g_styled[0].empty);
+    EXPECT_EQ(g_settings_then[0],
+              " hidden default-width=470 !resizable title=\"Settings\" type-hint=dialog window-position=center");
+}
+
+TEST_F(InfoWindow, BadgeIsMarkedOnceAllElseIsShown) {
+    std::string then;
+    look_at_windows_when_shown([this] { show_info_window(state, note_change); },
+                               [&then](GtkWidget* window) {
+                                   EXPECT_EQ(info_win, nullptr);
+                                   EXPECT_EQ(info_header, descendant(window, {0, 0}));
+                                   for (size_t i = 0; i < 3; ++i) {
+                                       GtkWidget* mark = descendant(window, {0, 1, 2, 1 + i, 1});
+                                       then += gtk_widget_get_visible(mark) ? '1' : '0';
+                                   }
+                               });
+    EXPECT_EQ(then, "000");
+    EXPECT_EQ(badges(), "010");
+}
+
+TEST_F(InfoWindow, CloseButtonKnowsItsWindow) {
+    show_info_window(state, note_change);
+    EXPECT_TRUE(calls(close_button(), "clicked", gtk_widget_destroy, info_win));
+    EXPECT_FALSE(calls(close_button(), "clicked", gtk_widget_destroy, nullptr));
 }
 
 TEST_F(InfoWindow, LinkNamesTheHostOfItsAddress) {

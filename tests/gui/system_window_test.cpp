@@ -811,6 +811,7 @@ TEST_F(PermissionBar, CopySaysSoForTwoSeconds) {
     copy();
     ASSERT_EQ(g_timers.size(), 1U);
     EXPECT_EQ(g_timers[0].seconds, 2U);
+    EXPECT_EQ(g_timers[0].data, copy_button());
     EXPECT_EQ(copy_label(), "Copied");
     EXPECT_EQ(g_timers[0].callback(g_timers[0].data), G_SOURCE_REMOVE);
     EXPECT_EQ(copy_label(), "Copy");
@@ -1086,6 +1087,17 @@ TEST_F(SystemWindow, FilterLooksAtNoOtherColumn) {
         filter(typed);
         EXPECT_EQ(names(), "") << typed;
     }
+}
+
+TEST_F(SystemWindow, FilterPassesOverTextsThatAreNotThere) {
+    open();
+    gtk_list_store_insert_with_values(g_store, nullptr, -1, 6, 0, -1);
+    gtk_list_store_insert_with_values(g_store, nullptr, -1, 4, "corvid", 6, 0, -1);
+    EXPECT_EQ(names(), "aether_net bramble corvid dusk (null) (null)");
+    filter("corvid");
+    EXPECT_EQ(names(), "bramble corvid (null)");
+    filter("null");
+    EXPECT_EQ(names(), "");
 }
 
 TEST_F(SystemWindow, FilterPassesOverCase) {

@@ -444,17 +444,17 @@ TEST(TagClass, CountsBlanks) {
 
 // ---- Small widgets --------------------------------------------------------------------------------------------------
 
-TEST(Excerpt, IsTheTextUpToTwoHundredCharacters) {
+TEST(Excerpt, IsTheTextUpToFiveHundredCharacters) {
     EXPECT_EQ(theme_excerpt(""), "");
     EXPECT_EQ(theme_excerpt("7.2.4"), "7.2.4");
     std::string longest;
-    for (int i = 0; i < 200; ++i) longest += "ö";
+    for (int i = 0; i < 500; ++i) longest += "ö";
     EXPECT_EQ(theme_excerpt(longest.c_str()), longest);
 }
 
 TEST(Excerpt, OfALongerTextIsItsStart) {
     std::string start;
-    for (int i = 0; i < 199; ++i) start += "ö";
+    for (int i = 0; i < 499; ++i) start += "ö";
     EXPECT_EQ(theme_excerpt((start + "öö").c_str()), start + "…");
     EXPECT_EQ(theme_excerpt((start + std::string(65536, 'x')).c_str()), start + "…");
 }
@@ -563,7 +563,7 @@ TEST_F(Header, NullEmptiesTheSubtitle) {
 
 TEST_F(Header, EndlessSubtitleShowsItsStart) {
     const std::string endless(65536, 'x');
-    const std::string shown = std::string(199, 'x') + "…";
+    const std::string shown = std::string(499, 'x') + "…";
     GtkWidget* made = theme_header("Title", endless.c_str(), "acc-stable");
     g_object_ref_sink(made);
     EXPECT_STREQ(gtk_label_get_text(GTK_LABEL(descendant(made, {1, 1}))), shown.c_str());

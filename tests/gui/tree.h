@@ -346,6 +346,34 @@ inline std::string describe(GtkWidget* widget, size_t depth = 0) {
     return line;
 }
 
+// ---- Signals --------------------------------------------------------------------------------------------------------
+
+/// Runs `open`, and `look` on each window at the moment when it comes into view.
+inline void look_at_windows_when_shown(const std::function<void()>& open, std::function<void(GtkWidget*)> look) {
+    const guint show = g_signal_lookup("show", GTK_TYPE_WIDGET);
+    const gulong hook = g_signal_add_emission_hook(
+        show, 0,
+        [](GSignalInvocationHint*, guint, const GValue* values, gpointer data) -> gboolean {
+            auto* widget = static_cast<GtkWidget*>(g_value_get_object(values));
+            const bool window =
+                GTK_IS_WINDOW(widget) && gtk_window_get_window_type(GTK_WINDOW(widget)) == GTK_WINDOW_TOPLEVEL;
+            if (window) (*static_cast<std::function<void(GtkWidget*)>*>(data))(widget);
+            return TRUE;
+        },
+        &look, nullptr);
+    open();
+    g_signal_remove_emission_hook(show, hook);
+}
+
+/// Returns whether `signal` of `widget` calls `function` with `data`.
+template <class Function>
+bool calls(GtkWidget* widget, const char* signal, Function* function, gpointer data) {
+    constexpr int match = G_SIGNAL_MATCH_ID | G_SIGNAL_MATCH_FUNC | G_SIGNAL_MATCH_DATA;
+    const guint id = g_signal_lookup(signal, G_OBJECT_TYPE(widget));
+    return g_signal_handler_find(widget, static_cast<GSignalMatchType>(match), id, 0, nullptr,
+                                 reinterpret_cast<gpointer>(function), data) != 0;
+}
+
 // ---- Lives ----------------------------------------------------------------------------------------------------------
 
 /// Counts how many of the widgets and other objects that it was shown are still alive.

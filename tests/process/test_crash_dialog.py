@@ -323,6 +323,19 @@ def test_dialog_inherits_the_session(desk, changes):
         assert call.environment.get(name) == expected.get(name), name
 
 
+def test_dialog_inherits_the_applets_input_and_files(desk):
+    given = desk.machine.folder / "given"
+    given.write_text("Ein Anfang.\n")
+    seen = desk.machine.folder / "seen"
+    zenity = desk.tools.folder / "zenity"
+    zenity.unlink()
+    zenity.write_text(f"#!/bin/sh\n{{ /bin/cat; /bin/cat <&7; }} >'{seen}'\nexit 1\n")
+    zenity.chmod(0o755)
+    desk.finish(desk.crashed(around=["bash", "-c", 'exec "$@" <"$0" 7<"$0"', given]))
+    # The dialog's text begins with what comes by its input.
+    assert seen.read_text() == "Ein Anfang.\n" * 2
+
+
 # The library's word on a locale that this machine has not got.
 ANY_WARNING = ".*"
 

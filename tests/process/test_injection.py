@@ -54,7 +54,7 @@ def shown(text: bytes) -> str:
 
 def excerpt(text: str) -> str:
     """What a header, and the overview, show of it."""
-    return text if len(text) <= 200 else text[:199] + "…"
+    return text if len(text) <= 500 else text[:499] + "…"
 
 
 @pytest.fixture

@@ -365,6 +365,13 @@ def test_list_without_a_module_is_no_sandboxs_fault(world, environment, content)
     assert world.modules() == {"error": NOTHING_LOADED, "modules": []}
 
 
+@pytest.mark.parametrize("environment", [{}, SNAP, FLATPAK], ids=["plain", "snap", "flatpak"])
+def test_list_that_opens_and_cannot_be_read_is_one_without_a_module(world, environment):
+    world.environment = environment
+    world.make_folder("proc/modules")
+    assert world.modules() == {"error": NOTHING_LOADED, "modules": []}
+
+
 @pytest.mark.parametrize("closed", ["locked", "missing"])
 @pytest.mark.parametrize(
     ("environment", "error"),

@@ -117,6 +117,13 @@ def test_without_a_display_gtk_ends_it_with_status_1(machine):
     assert not machine.icons.exists()
 
 
+def test_display_is_an_option_that_gtk_takes(machine):
+    display = machine.environment["DISPLAY"]
+    applet = machine.start(f"--display={display}", environment={"DISPLAY": None, "WAYLAND_DISPLAY": None})
+    assert applet.item.icon == "tux-red"
+    assert applet.quit() == 0
+
+
 @pytest.mark.parametrize("arguments", [["--no-such-option"], ["--version"], ["-x", "word"], ["--", "--help"]])
 def test_words_that_gtk_does_not_know_are_ignored(machine, arguments):
     applet = machine.start(*arguments)

@@ -2,6 +2,8 @@
 
 #include "support.h"
 
+#include <fcntl.h>
+#include <sys/wait.h>
 #include <algorithm>
 #include <array>
 #include <climits>
@@ -209,6 +211,33 @@ TEST_F(Install, HandlerIsInForce) {
 
 TEST_F(Install, UncaughtExceptionAbortsWithoutAWordOnTheTerminal) {
     EXPECT_EQ(std::get_terminate(), static_cast<std::terminate_handler>(std::abort));
+}
+
+// ---- The handler's end ----------------------------------------------------------------------------------------------
+
+/// Enters the handler with a signal that ends nothing, and returns the exit status of the process that did so: 0 if the
+/// handler returned and left no alarm behind.
+int status_after_a_harmless_signal(const std::string& folder) {
+    const pid_t child = fork();
+    if (child == 0) {
+        // The dialog's script is of no use here, nor are its words.
+        const int nowhere = open("/dev/null", O_WRONLY);
+        dup2(nowhere, STDERR_FILENO);
+        setenv("XDG_RUNTIME_DIR", folder.c_str(), 1);
+        setenv("PATH", "", 1);
+        crashHandler(SIGCHLD);
+        _exit(alarm(0) == 0 ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    return status;
+}
+
+TEST(Handler, LeavesNoAlarmBehindWhereTheSignalEndsNothing) {
+    const TemporaryFolder folder;
+    EXPECT_EQ(status_after_a_harmless_signal(folder.path()), 0);
+    EXPECT_NE(read_text(folder.path() / "Veldrin_crash.txt").find("Unknown signal"), std::string::npos);
+    EXPECT_EQ(status_after_a_harmless_signal("/nowhere"), 0);
 }
 
 void on_alarm(int) {}

@@ -2,6 +2,7 @@
 
 #include "kernel_checker.cpp"
 
+#include <sys/syscall.h>
 #include <chrono>
 #include <random>
 #include <regex>
@@ -9,8 +10,51 @@
 
 namespace {
 
+bool g_uname_fails = false;
+
+}  // namespace
+
+/// Takes the place of the C library's, whose kernel never refuses.
+extern "C" int uname(utsname* names) noexcept {
+    return g_uname_fails ? -1 : static_cast<int>(syscall(SYS_uname, names));
+}
+
+namespace {
+
 const std::string PAGE = "https://www.kernel.org/";
 const std::string DATE = "Fri, 20 Nov 2026 21:04:07 GMT";
+
+// ---- Records ----
+
+TEST(Records, OfACheckStartEmptyAndFailed) {
+    const auto& [mainline, stable, longterm, success] = KernelVersions{"m", "s", "l", true};
+    EXPECT_EQ(mainline + stable + longterm, "msl");
+    EXPECT_TRUE(success);
+
+    const KernelVersions empty;
+    EXPECT_EQ(empty.mainline + empty.stable + empty.longterm, "");
+    EXPECT_FALSE(empty.success);
+}
+
+TEST(Records, OfALoadStartEmptyAndFailed) {
+    const ChangeEntry entry{"id", "author", "date", "subject", "body"};
+    EXPECT_EQ(entry.id + "|" + entry.author + "|" + entry.date + "|" + entry.subject + "|" + entry.body,
+              "id|author|date|subject|body");
+
+    const ChangeLog log{"channel", "version", "released", "source", "web", {entry}, 7, true, true, "error"};
+    EXPECT_EQ(log.channel + "|" + log.version + "|" + log.released + "|" + log.source_url + "|" + log.web_url,
+              "channel|version|released|source|web");
+    EXPECT_EQ(log.entries.size(), 1U);
+    EXPECT_EQ(log.total_found, 7);
+    EXPECT_TRUE(log.truncated && log.success);
+    EXPECT_EQ(log.error, "error");
+
+    const ChangeLog empty;
+    EXPECT_EQ(empty.channel + empty.version + empty.released + empty.source_url + empty.web_url + empty.error, "");
+    EXPECT_TRUE(empty.entries.empty());
+    EXPECT_EQ(empty.total_found, 0);
+    EXPECT_FALSE(empty.truncated || empty.success);
+}
 
 // ---- Shell commands ----
 
@@ -43,6 +87,12 @@ TEST(ExecCommand, ReadsMoreThanItsBuffer) {
 
 TEST(ExecCommand, CutsAChunkShortAtANul) {
     EXPECT_EQ(exec_command("printf 'ab\\0cd\\nef\\n'"), "abef\n");
+}
+
+TEST(ExecCommand, LosesNoMoreThanAChunkOf4095BytesToANul) {
+    // "a", the NUL and 4093 of the others are the first chunk.
+    EXPECT_EQ(exec_command("printf 'a\\0'; head -c 5000 /dev/zero | tr '\\0' x; echo"),
+              "a" + std::string(5000 - 4093, 'x') + "\n");
 }
 
 // ---- Fetching an address ----
@@ -176,6 +226,15 @@ TEST_F(VersionCheck, TakesTheDigits304InAnyHeaderForUnchanged) {
     answer_condition("  HTTP/1.1 200 OK\n  Content-Length: 13042\n", 0);
     EXPECT_FALSE(fetch_kernel_versions().success);
     EXPECT_EQ(tools.calls().size(), 2U);
+}
+
+TEST_F(VersionCheck, LooksAtTheFirstCharacterOfTheCountAlone) {
+    g_last_modified = DATE;
+    for (const auto& [count, modified] : std::vector<std::pair<std::string, bool>>{
+             {"0", true}, {"0304", true}, {"", true}, {"1", false}, {"10", false}, {" 0", false}, {"many", false}}) {
+        tools.add("grep", "cat > /dev/null; printf '%s' '" + count + "'");
+        EXPECT_EQ(page_modified(), modified) << count;
+    }
 }
 
 TEST_F(VersionCheck, WithAFailedConditionFetchesThePage) {
@@ -539,6 +598,12 @@ INSTANTIATE_TEST_SUITE_P(Of, HostilePage, testing::ValuesIn(SHAPES),
 
 TEST(RunningKernel, IsTheReleaseThatUnameTells) {
     EXPECT_EQ(get_running_kernel() + "\n", exec_command("uname -r"));
+}
+
+TEST(RunningKernel, IsUnknownWhereUnameFails) {
+    g_uname_fails = true;
+    EXPECT_EQ(get_running_kernel(), "unknown");
+    g_uname_fails = false;
 }
 
 // ---- Addresses that may reach the shell ----

@@ -68,6 +68,13 @@ TEST(StatePath, LiesBelowTheHomeFolderOtherwise) {
     EXPECT_EQ(get_state_path(), folder.path().string() + "/.config/VeldrinWatch/app_state.json");
 }
 
+TEST(StatePath, TakesAnEmptyHomeFolderAsSet) {
+    if (std::filesystem::exists("/.config")) GTEST_SKIP() << "a folder would be made in it";
+    const Environment snap("SNAP_USER_DATA", std::nullopt);
+    const Environment home("HOME", "");
+    EXPECT_EQ(get_state_path(), "/.config/VeldrinWatch/app_state.json");
+}
+
 TEST(StatePath, LiesInTheTemporaryFolderWithoutEither) {
     const Environment snap("SNAP_USER_DATA", std::nullopt);
     const Environment home("HOME", std::nullopt);
