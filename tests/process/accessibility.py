@@ -294,7 +294,8 @@ class Desk:
         first = self.focus
         stops = [first]
         while (stop := self.move(key)) != first:
-            assert stop not in stops, f"{key} does not come back to {first.text!r}"
+            names = [f"{node.role} {node.text!r}" for node in (*stops, stop)]
+            assert stop not in stops, f"{key} does not come back to {first.text!r} but leads to {names}"
             stops.append(stop)
         return stops
 

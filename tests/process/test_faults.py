@@ -619,6 +619,8 @@ def test_without_a_free_descriptor_checks_fail_until_there_is_one(machine, menu_
     assert has_news(machine, applet)
 
 
+# The lowest descriptor may be one that is taken for a moment, to write down what was covered.
+@pytest.mark.skipif(BUILD.name == "coverage", reason="this build opens files of its own")
 def test_acknowledging_without_a_free_descriptor_is_not_saved_and_breaks_nothing(machine):
     machine.saves(**KNOWN)
     applet = machine.start()
