@@ -18,7 +18,8 @@ from panel import Panel  # noqa: E402
 def pytest_sessionstart() -> None:
     # Who runs the tests in the background may have these ignored, and what the tests start would inherit that.
     signal.signal(signal.SIGINT, signal.default_int_handler)
-    signal.signal(signal.SIGHUP, signal.SIG_DFL)
+    for number in (signal.SIGHUP, signal.SIGQUIT):
+        signal.signal(number, signal.SIG_DFL)
     missing = [str(path) for path in (applet.PROGRAM, applet.QUICK_SLEEP, applet.NOTICE) if not path.exists()]
     if missing:
         raise pytest.UsageError(f"not built: {', '.join(missing)}; VELDRIN_BUILD names the folder of the build")
