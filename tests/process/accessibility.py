@@ -163,11 +163,13 @@ class Node:
         return [text for node in self.shown() if node.role not in wordless and (text := node.text)]
 
     def find(self, role: str, text: str) -> Node:
-        """The one thing in it that shows and has this role and text."""
-        found = [node for node in self.shown() if node.role == role and node.text == text]
-        if len(found) != 1:
-            raise LookupError(f"{len(found)} times {role} {text!r} among {self.texts()}")
-        return found[0]
+        """The one thing in it that shows and has this role and text, as soon as it is there."""
+
+        def found() -> Node | None:
+            nodes = [node for node in self.shown() if node.role == role and node.text == text]
+            return nodes[0] if len(nodes) == 1 else None
+
+        return until(found, lambda: f"{role} {text!r} among {self.texts()}")
 
     def says(self, *texts: str) -> bool:
         written = self.texts()
