@@ -12,14 +12,13 @@ void __gcov_dump(void);
 void __gcov_reset(void);
 
 static void write_down(void) {
-    /* A fatal signal is to come before or behind it: while it goes on, the record's lock is held, and the crash's own
-     * writing, or its fork, would wait for it for ever. */
-    sigset_t all, before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
+    /* A fatal signal may come in the middle of it, and the record's lock is held then. */
+    static _Thread_local volatile sig_atomic_t writing;
+    if (writing) return;
+    writing = 1;
     __gcov_dump();
     __gcov_reset();
-    pthread_sigmask(SIG_SETMASK, &before, NULL);
+    writing = 0;
 }
 
 /* ISO C knows no cast from an object pointer to a function's. */
