@@ -602,6 +602,11 @@ def test_after_a_long_stop_in_the_pause_there_is_one_check_and_not_many(machine,
 # ---- Limits ----
 
 
+# To write down what was covered takes a descriptor, and without one there are words about it.
+opens_no_files_of_its_own = pytest.mark.skipif(BUILD.name == "coverage", reason="this build opens files of its own")
+
+
+@opens_no_files_of_its_own
 def test_without_a_free_descriptor_checks_fail_until_there_is_one(machine, menu_answers):
     machine.saves(**KNOWN)
     machine.tools.publish(page(**NEXT))
@@ -619,8 +624,7 @@ def test_without_a_free_descriptor_checks_fail_until_there_is_one(machine, menu_
     assert has_news(machine, applet)
 
 
-# The lowest descriptor may be one that is taken for a moment, to write down what was covered.
-@pytest.mark.skipif(BUILD.name == "coverage", reason="this build opens files of its own")
+@opens_no_files_of_its_own
 def test_acknowledging_without_a_free_descriptor_is_not_saved_and_breaks_nothing(machine):
     machine.saves(**KNOWN)
     applet = machine.start()
