@@ -27,7 +27,7 @@ REGISTRY = "org.a11y.atspi.Registry"
 TEXT = "org.a11y.atspi.Text"
 
 # The numbers that the protocol gives to what the tests look at.
-STATES = {"active": 1, "expanded": 10, "selected": 23, "sensitive": 24, "showing": 25}
+STATES = {"active": 1, "expanded": 10, "focused": 12, "selected": 23, "sensitive": 24, "showing": 25}
 LABELLED_BY = 2
 OF_THE_SCREEN = 0
 
