@@ -122,7 +122,8 @@ class Applet(desktop.Program):
         self.finish_check()
 
     def settle(self) -> None:
-        """Waits until the main loop has nothing left to do: several looks in a row find it in the same sleep."""
+        """Waits until the main loop has nothing left to do: several looks in a row find it in the same sleep. A window
+        that moves all the time keeps it from that."""
         self.item.properties()
         looks: list[tuple[str, ...]] = []
 
@@ -190,6 +191,12 @@ class Machine:
         self.environment.update((name, value) for name, value in os.environ.items() if PASSED_ON.fullmatch(name))
         # The address sanitizer's library is there before ours, but not first in the list.
         self.environment["ASAN_OPTIONS"] = self.environment.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0"
+
+    def animates(self, on: bool) -> None:
+        """Switches GTK's fades and spinners on, as they are by default, or off."""
+        settings = self.home / ".config" / "gtk-3.0" / "settings.ini"
+        settings.parent.mkdir()
+        settings.write_text(f"[Settings]\ngtk-enable-animations={int(on)}\n")
 
     # ---- The state file ----
 

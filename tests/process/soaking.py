@@ -98,9 +98,7 @@ class Soak:
         self._site = site
         # GTK keeps a symbolic icon, such as a selector's arrow, in every colour that it ever drew it in, and a fade
         # from one colour to another has as many as it has frames.
-        settings = machine.home / ".config" / "gtk-3.0" / "settings.ini"
-        settings.parent.mkdir()
-        settings.write_text(f"[Settings]\ngtk-enable-animations={int(animations)}\n")
+        machine.animates(animations)
         self._checks = 0
         modules = machine.folder / "modules"
         modules.write_text(modules_text())

@@ -156,6 +156,7 @@ def test_only_the_one_of_the_changes_asks_the_net(machine):
 
 def test_repeated_ones_present_the_open_window_and_start_one_load(machine):
     held = machine.tools.answer("wget -qO- *releases.json", hold=True)
+    machine.animates(False)  # a spinner that turns never lets the main loop rest
     applet = machine.start()
     for _ in range(20):
         applet.send(signal.SIGRTMIN + 1)

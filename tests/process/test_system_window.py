@@ -39,9 +39,7 @@ class Kernel:
         self.list = machine.folder / "modules"
         self.load(count)
         # GTK forgets some of a style's values when a window goes in the middle of a transition.
-        settings = machine.home / ".config" / "gtk-3.0" / "settings.ini"
-        settings.parent.mkdir()
-        settings.write_text("[Settings]\ngtk-enable-animations=0\n")
+        machine.animates(False)
         self._record = machine.folder / "started"
         self._record.touch()
         stand_in = machine.tools.folder / "modinfo"
