@@ -1,5 +1,6 @@
 """A machine as a tree of files: what the program finds at `/` while it looks around."""
 
+import functools
 import json
 import os
 import shutil
@@ -33,6 +34,13 @@ def decoded(value: object) -> object:
     return value
 
 
+@functools.cache
+def own_folders() -> dict[Path, Path]:
+    """What the system's programs need besides /usr, and where it truly lies. Of /lib that is all but the modules."""
+    libraries = (path for path in Path("/lib").iterdir() if path.name != "modules")
+    return {path: path.resolve() for path in (Path("/bin"), *Path("/").glob("lib?*"), *libraries)}
+
+
 class World:
     """Paths are relative to the machine's root. The system's own programs are there to be run, and a real /proc stands
     at /realproc; everything else is what the test puts there."""
@@ -48,8 +56,9 @@ class World:
         # The sanitizers look at their process, which is the second of its world.
         for name in ("self", "thread-self", "2"):
             (self.root / "proc" / name).symlink_to(f"/realproc/{name}")
-        for path, target in self._symlinks():
-            (self.root / path.relative_to("/")).symlink_to(target)
+        for path, target in own_folders().items():
+            if target != path:
+                (self.root / path.relative_to("/")).symlink_to(target)
         modinfo = self.tools / "modinfo"
         modinfo.write_text(MODINFO.replace("{folder}", str(self.tools)))
         modinfo.chmod(0o755)
@@ -115,17 +124,8 @@ class World:
             for path, mode in reversed(modes):
                 path.chmod(mode)
 
-    @staticmethod
-    def _own_folders() -> list[Path]:
-        """What the system's programs need besides /usr. Of /lib that is all but the modules."""
-        libraries = (path for path in Path("/lib").iterdir() if path.name != "modules")
-        return [Path("/bin"), *Path("/").glob("lib?*"), *libraries]
-
-    def _symlinks(self) -> list[tuple[Path, Path]]:
-        return [(path, path.resolve()) for path in self._own_folders() if path.resolve() != path]
-
     def _command(self) -> list[str | Path]:
-        shown = [Path("/usr"), REPOSITORY, *(path for path in self._own_folders() if path.resolve() == path)]
+        shown = [Path("/usr"), REPOSITORY, *(path for path, target in own_folders().items() if target == path)]
         options: list[str | Path] = ["--cap-drop", "ALL", "--bind", self.root, "/"]
         for path in shown:
             options += ["--ro-bind", path, path]
