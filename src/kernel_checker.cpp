@@ -6,10 +6,8 @@
 #include <stdio_ext.h>
 #include <sys/utsname.h>
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <string_view>
 #include <utility>
@@ -150,12 +148,6 @@ bool is_safe_kernel_url(const std::string& url) {
            url.size() <= MAX_LENGTH && url.find_first_not_of(permitted) == std::string::npos;
 }
 
-/// Says whether `text` begins with `word`: starts_with for words whose length the compiler knows, without a call.
-template <size_t SIZE>
-bool begins(std::string_view text, const char (&word)[SIZE]) {
-    return text.size() >= SIZE - 1 && std::memcmp(text.data(), word, SIZE - 1) == 0;
-}
-
 bool is_blank(char c) {
     return c == ' ' || c == '\t' || c == '\r' || c == '\n';
 }
@@ -218,97 +210,57 @@ std::string guess_changelog_url(const std::string& version) {
 
 // ---- The ChangeLog text ---------------------------------------------------------------------------------------------
 
-/// Returns the text behind `prefix` bytes of a header line, without blanks around it.
-std::string_view header_value(std::string_view line, size_t prefix) {
-    const std::string_view value = without_trailing_blanks(line.substr(prefix));
+/// Returns what stands behind the colon of a header line, without blanks around it.
+std::string_view header_value(std::string_view text) {
+    const std::string_view value = without_trailing_blanks(text);
     return value.substr(std::min(value.find_first_not_of(' '), value.size()));
-}
-
-/// Returns how many lines of `text`, which begins with a line, begin a commit.
-int count_commit_lines(std::string_view text) {
-    constexpr std::string_view commit = "commit ";
-    int count = 0;
-    for (size_t pos = 0; pos < text.size();) {
-        count += text.compare(pos, commit.size(), commit) == 0;
-        const size_t feed = text.find('\n', pos);
-        if (feed == std::string_view::npos) break;
-        pos = feed + 1;
-    }
-    return count;
-}
-
-/// Lines put together, in one buffer for all commits, so that no commit grows one of its own.
-struct Lines {
-    std::string buffer;
-    size_t size = 0;  ///< Of what was put together; the buffer may be larger.
-};
-
-/// Appends `line` and a line feed. `readable` is how many bytes may be read from the line's start on.
-void append_line(Lines& lines, std::string_view line, size_t readable) {
-    // Copies of a fixed length cost no call each line; what they take from behind the line is written over by the next.
-    constexpr size_t STEP = 64;
-
-    const size_t room = lines.size + line.size() + STEP;
-    if (lines.buffer.size() < room) lines.buffer.resize(room);
-    char* const to = lines.buffer.data() + lines.size;
-    if (line.size() + STEP <= readable) {
-        for (size_t done = 0; done < line.size(); done += STEP) std::memcpy(to + done, line.data() + done, STEP);
-    } else {
-        line.copy(to, line.size());
-    }
-    to[line.size()] = '\n';
-    lines.size += line.size() + 1;
 }
 
 /// Appends the commits of a ChangeLog file, which has the form of `git log`, to `out`. Beyond MAX_ENTRIES they are only
 /// counted.
 void parse_changelog_text(const std::string& text, ChangeLog& out) {
-    const std::string_view whole = text;
-    ChangeEntry* cur = nullptr;
-    Lines rest;
+    ChangeEntry cur;
+    bool in_entry = false;
+    // The lines behind the subject, in one buffer for all commits.
+    std::string rest;
     const auto flush = [&] {
-        if (cur) cur->body = without_trailing_blanks({rest.buffer.data(), rest.size});
-        cur = nullptr;
-        rest.size = 0;
+        if (!in_entry) return;
+        cur.body = without_trailing_blanks(rest);
+        ++out.total_found;
+        if (out.entries.size() < MAX_ENTRIES) out.entries.push_back(std::move(cur));
+        cur = {};
+        rest.clear();
+    };
+    // The first line that is not empty is the subject; empty lines behind it are passed over.
+    const auto add_message_line = [&](std::string_view line) {
+        if (cur.subject.empty()) {
+            cur.subject = line;
+        } else if (!line.empty() || !rest.empty()) {
+            rest.append(line) += '\n';
+        }
     };
 
-    out.entries.reserve(MAX_ENTRIES);
-    for (size_t pos = 0;;) {
-        const size_t feed = whole.find('\n', pos);
-        std::string_view line = whole.substr(pos, feed - pos);
+    for (size_t pos = 0; pos <= text.size();) {
+        const size_t end = std::min(text.find('\n', pos), text.size());
+        std::string_view line = std::string_view(text).substr(pos, end - pos);
+        if (line.ends_with('\r')) line.remove_suffix(1);
+        pos = end + 1;
 
-        if (cur && begins(line, "    ")) {
-            line = without_trailing_blanks(line.substr(4));
-            // The first line that is not empty is the subject; empty lines behind it are passed over.
-            if (cur->subject.empty()) {
-                cur->subject = line;
-            } else if (!line.empty() || rest.size > 0) {
-                append_line(rest, line, whole.size() - pos - 4);
-            }
-        } else {
-            if (line.ends_with('\r')) line.remove_suffix(1);
-            if (begins(line, "commit ")) {
-                flush();
-                if (out.entries.size() >= MAX_ENTRIES) {
-                    out.total_found += count_commit_lines(whole.substr(pos));
-                    break;
-                }
-                ++out.total_found;
-                cur = &out.entries.emplace_back();
-                cur->id = line.substr(7, 12);
-            } else if (!cur) {
-                // What stands before the first commit belongs to none.
-            } else if (line.empty()) {
-                if (rest.size > 0) append_line(rest, line, 0);
-            } else if (begins(line, "Author:")) {
-                cur->author = header_value(line, 7);
-            } else if (begins(line, "Date:")) {
-                cur->date = header_value(line, 5);
-            }
+        if (in_entry && line.starts_with("    ")) {
+            add_message_line(without_trailing_blanks(line.substr(4)));
+        } else if (line.starts_with("commit ")) {
+            flush();
+            in_entry = true;
+            cur.id = line.substr(7, 12);
+        } else if (!in_entry) {
+            // What stands before the first commit belongs to none.
+        } else if (line.starts_with("Author:")) {
+            cur.author = header_value(line.substr(7));
+        } else if (line.starts_with("Date:")) {
+            cur.date = header_value(line.substr(5));
+        } else if (line.empty()) {
+            add_message_line(line);
         }
-
-        if (feed == std::string::npos) break;
-        pos = feed + 1;
     }
     flush();
     out.truncated = static_cast<int>(out.entries.size()) < out.total_found;
@@ -316,182 +268,83 @@ void parse_changelog_text(const std::string& text, ChangeLog& out) {
 
 // ---- The Atom feed --------------------------------------------------------------------------------------------------
 
-/// Appends the code point as UTF-8, surrogates too. Returns false for those that have no form of three bytes or fewer,
-/// which are left to stand as they are written.
-bool append_code_point(long cp, std::string& out) {
-    const auto append = [&out](long byte) { out += static_cast<char>(static_cast<unsigned char>(byte)); };
-    if (cp < 1 || cp > 0xFFFF) return false;
-    if (cp < 0x80) {
-        append(cp);
-    } else if (cp < 0x800) {
-        append(0xC0 + (cp >> 6));
-        append(0x80 + (cp & 0x3F));
-    } else {
-        append(0xE0 + (cp >> 12));
-        append(0x80 + ((cp >> 6) & 0x3F));
-        append(0x80 + (cp & 0x3F));
-    }
-    return true;
+/// Returns the character that the reference called `name` stands for, or NUL for a name that is not known.
+char named_character(std::string_view name) {
+    if (name == "lt") return '<';
+    if (name == "gt") return '>';
+    if (name == "amp") return '&';
+    if (name == "quot") return '"';
+    if (name == "apos") return '\'';
+    return '\0';
 }
 
-/// Returns the number of a numeric reference, `name` being what stands behind its ampersand; 0 for none.
+/// Returns the number of a numeric reference's name, which begins with "#"; 0 for none.
 long reference_number(std::string_view name) {
     const bool hexadecimal = name.size() > 1 && (name[1] == 'x' || name[1] == 'X');
     const std::string digits(name.substr(hexadecimal ? 2 : 1));
     return std::strtol(digits.c_str(), nullptr, hexadecimal ? 16 : 10);
 }
 
-/// A reference that has a name, as it stands in a text, and its character.
-struct NamedReference {
-    size_t size;
-    char character;
-};
-
-/// Returns the reference that `text` begins with, of size 0 if it has no name. The number of the single quote counts as
-/// a name.
-NamedReference named_reference(std::string_view text) {
-    if (begins(text, "&lt;")) return {4, '<'};
-    if (begins(text, "&gt;")) return {4, '>'};
-    if (begins(text, "&amp;")) return {5, '&'};
-    if (begins(text, "&quot;")) return {6, '"'};
-    if (begins(text, "&apos;")) return {6, '\''};
-    if (begins(text, "&#39;")) return {5, '\''};
-    return {};
+/// Returns a code point as UTF-8, a surrogate too, or empty if it has no form of three bytes or fewer.
+std::string utf8(long cp) {
+    const auto byte = [](long value) { return static_cast<char>(static_cast<unsigned char>(value)); };
+    if (cp < 1 || cp > 0xFFFF) return {};
+    if (cp < 0x80) return {byte(cp)};
+    if (cp < 0x800) return {byte(0xC0 + (cp >> 6)), byte(0x80 + (cp & 0x3F))};
+    return {byte(0xE0 + (cp >> 12)), byte(0x80 + ((cp >> 6) & 0x3F)), byte(0x80 + (cp & 0x3F))};
 }
 
-/// Appends `in` to `out`, with the five named references and numeric ones up to three bytes of UTF-8 decoded. A name that
-/// is none of these stands in the result twice, once as the reference and once as text.
-void append_unescaped(std::string_view in, std::string& out) {
+/// Returns `in` with its references decoded: five by name, and numeric ones of up to three bytes of UTF-8.
+std::string xml_unescape(std::string_view in) {
+    // Kept on purpose: a semicolon farther off ends no reference.
     constexpr size_t FARTHEST_SEMICOLON = 10;
 
-    for (size_t pos = 0; pos < in.size();) {
+    std::string out;
+    out.reserve(in.size());
+    for (size_t pos = 0;;) {
         const size_t amp = std::min(in.find('&', pos), in.size());
-        out.append(in, pos, amp - pos);
-        if (amp == in.size()) break;
+        out += in.substr(pos, amp - pos);
+        if (amp == in.size()) return out;
 
-        if (const NamedReference known = named_reference(in.substr(amp)); known.size > 0) {
-            out += known.character;
-            pos = amp + known.size;
-            continue;
-        }
-        const size_t farthest = std::min(amp + FARTHEST_SEMICOLON, in.size() - 1);
-        size_t semicolon = amp + 1;
-        while (semicolon <= farthest && in[semicolon] != ';') ++semicolon;
-        if (semicolon > farthest) {
+        const size_t semicolon = in.substr(amp, FARTHEST_SEMICOLON + 1).find(';');
+        if (semicolon == std::string_view::npos) {
             out += '&';
             pos = amp + 1;
             continue;
         }
-        const std::string_view name = in.substr(amp + 1, semicolon - amp - 1);
-        pos = semicolon + 1;
-        if (!name.starts_with('#')) {
-            out.append(in, amp, pos - amp);
+        const std::string_view reference = in.substr(amp, semicolon + 1);
+        const std::string_view name = reference.substr(1, semicolon - 1);
+        pos = amp + reference.size();
+        if (const char character = named_character(name)) {
+            out += character;
+        } else if (name.starts_with('#')) {
+            const std::string decoded = utf8(reference_number(name));
+            out += decoded.empty() ? reference : decoded;
+        } else {
+            // Kept on purpose: an unknown name is read once more as text, and so stands in the result twice.
+            out += reference;
             pos = amp + 1;
-        } else if (!append_code_point(reference_number(name), out)) {
-            out.append(in, amp, pos - amp);
         }
     }
-}
-
-std::string xml_unescape(std::string_view in) {
-    std::string out;
-    out.reserve(in.size());
-    append_unescaped(in, out);
-    return out;
-}
-
-/// Returns where the start tag of `tag`, or its end tag, stands first in `block` from `from` on.
-size_t find_tag(std::string_view block, size_t from, bool closing, std::string_view tag) {
-    for (size_t at = block.find('<', from); at != std::string_view::npos; at = block.find('<', at + 1)) {
-        const std::string_view rest = block.substr(at + 1);
-        if (closing && !rest.starts_with('/')) continue;
-        const std::string_view name = rest.substr(closing);
-        if (name.size() > tag.size() && name[tag.size()] == '>' && name.starts_with(tag)) return at;
-    }
-    return std::string_view::npos;
 }
 
 /// Returns the decoded text of the first element called `tag` in `block`, or empty. A tag with attributes is another.
 std::string xml_tag_value(std::string_view block, std::string_view tag) {
-    const size_t open = find_tag(block, 0, false, tag);
+    const std::string name(tag);
+    const size_t open = block.find("<" + name + ">");
     if (open == std::string_view::npos) return {};
-    const size_t start = open + tag.size() + 2;
-    const size_t end = find_tag(block, start, true, tag);
+    const size_t start = open + name.size() + 2;
+    const size_t end = block.find("</" + name + ">", start);
     if (end == std::string_view::npos) return {};
     return xml_unescape(block.substr(start, end - start));
 }
 
-/// An element of an entry that is read: how its start tag begins, and its end tag.
-struct Element {
-    std::string_view start;
-    std::string_view end;
-};
-
-constexpr std::string_view ENTRY_END = "</entry>";
-constexpr Element ELEMENTS[] = {{"<title>", "</title>"},     {"<name>", "</name>"}, {"<email>", "</email>"},
-                                {"<updated>", "</updated>"}, {"<id>", "</id>"},     {"<content", "</content>"}};
-enum ElementIndex { TITLE, NAME, EMAIL, UPDATED, ID, CONTENT, ELEMENT_COUNT };
-
-/// Where the first start tag of an element stands in an entry, and the next tag of any kind; npos where there is none.
-struct Place {
-    size_t start = std::string_view::npos;
-    size_t next = std::string_view::npos;
-};
-
-/// Where in the feed an entry's elements stand, and its own end tag.
-struct EntryMap {
-    std::array<Place, ELEMENT_COUNT> places;
-    size_t end = std::string_view::npos;
-};
-
-/// Walks once over the tags of the entry that begins at `start`, instead of searching it for each of them.
-EntryMap map_entry(std::string_view xml, size_t start) {
-    EntryMap map;
-    Place nowhere;
-    Place* newest = &nowhere;
-    for (size_t at = start; at != std::string_view::npos; at = xml.find('<', at + 1)) {
-        newest->next = at;
-        newest = &nowhere;
-        const std::string_view rest = xml.substr(at);
-        // The third byte alone tells most tags apart.
-        const char third = rest.size() > 2 ? rest[2] : '\0';
-        if (third == ENTRY_END[2] && rest.starts_with(ENTRY_END)) {
-            map.end = at;
-            break;
-        }
-        for (size_t i = 0; i < ELEMENT_COUNT; ++i) {
-            const std::string_view tag = ELEMENTS[i].start;
-            if (third != tag[2] || !rest.starts_with(tag) || map.places[i].start != std::string_view::npos) continue;
-            map.places[i].start = at;
-            newest = &map.places[i];
-        }
-    }
-    return map;
-}
-
-/// Appends the decoded text of an entry's element to `out`.
-void append_element(std::string_view xml, const EntryMap& map, ElementIndex index, std::string& out) {
-    const Place& place = map.places[index];
-    if (place.start == std::string_view::npos) return;
-    const auto& [start, end] = ELEMENTS[index];
-    if (xml.substr(place.next).starts_with(end)) {
-        const size_t text = place.start + start.size();
-        append_unescaped(xml.substr(text, place.next - text), out);
-    } else {
-        const std::string_view block = xml.substr(place.start, map.end - place.start);
-        out += xml_tag_value(block, start.substr(1, start.size() - 2));
-    }
-}
-
-/// Returns the text of an entry's content element as it stands, or empty.
-std::string_view raw_content(std::string_view xml, const EntryMap& map) {
-    const Place& place = map.places[CONTENT];
-    const std::string_view entry = xml.substr(0, map.end);
-    const size_t tag_end = entry.find('>', place.start);
-    if (tag_end == std::string_view::npos) return {};
-    const size_t end = entry.find(ELEMENTS[CONTENT].end, std::max(tag_end, place.next));
+/// Returns the text of an entry's first content element as it stands, whatever its attributes, or empty.
+std::string_view raw_content(std::string_view block) {
+    const size_t tag_end = block.find('>', block.find("<content"));
+    const size_t end = block.find("</content>", tag_end);
     if (end == std::string_view::npos) return {};
-    return entry.substr(tag_end + 1, end - tag_end - 1);
+    return block.substr(tag_end + 1, end - tag_end - 1);
 }
 
 /// Returns a commit's message without its first line, if that is the subject, and without empty lines at its start.
@@ -502,51 +355,32 @@ std::string_view body_behind(std::string_view subject, std::string_view message)
     return message.substr(std::min(start, message.size()));
 }
 
-/// Fills `ce` from an entry. `scratch` is room for what is cut after it is decoded.
-void parse_atom_entry(std::string_view xml, const EntryMap& map, ChangeEntry& ce, std::string& scratch) {
-    append_element(xml, map, TITLE, ce.subject);
-
-    scratch.clear();
-    append_element(xml, map, NAME, scratch);
-    const size_t name_size = scratch.size();
-    scratch += " <";
-    const size_t mail_start = scratch.size();
-    append_element(xml, map, EMAIL, scratch);
-    if (scratch.size() == mail_start) {
-        scratch.resize(name_size);
-    } else {
-        scratch += '>';
-    }
-    ce.author = scratch;
-
-    append_element(xml, map, UPDATED, ce.date);
-
-    scratch.clear();
-    append_element(xml, map, ID, scratch);
-    const size_t colon = scratch.rfind(':');
-    ce.id.assign(scratch, colon == std::string::npos ? 0 : colon + 1, 12);
-
-    scratch.clear();
-    append_unescaped(raw_content(xml, map), scratch);
-    scratch = trim_right(std::move(scratch));
-    ce.body = body_behind(ce.subject, scratch);
+ChangeEntry parse_atom_entry(std::string_view block) {
+    ChangeEntry ce;
+    ce.subject = xml_tag_value(block, "title");
+    ce.author = xml_tag_value(block, "name");
+    const std::string mail = xml_tag_value(block, "email");
+    if (!mail.empty()) ce.author += " <" + mail + ">";
+    ce.date = xml_tag_value(block, "updated");
+    const std::string id = xml_tag_value(block, "id");
+    const size_t colon = id.rfind(':');
+    ce.id = id.substr(colon == std::string::npos ? 0 : colon + 1, 12);
+    ce.body = body_behind(ce.subject, trim_right(xml_unescape(raw_content(block))));
+    return ce;
 }
 
 /// Appends the commits of a feed of the git browser to `out`. Beyond MAX_ENTRIES they are only counted. No parser of
 /// XML: it searches the tags that such a feed has.
 void parse_atom_feed(const std::string& xml, ChangeLog& out) {
-    std::string scratch;
-    out.entries.reserve(MAX_ENTRIES);
-    for (size_t pos = 0;;) {
-        const size_t start = xml.find("<entry>", pos);
-        if (start == std::string::npos) break;
-        const bool keep = out.entries.size() < MAX_ENTRIES;
-        const EntryMap map = keep ? map_entry(xml, start) : EntryMap{};
-        const size_t end = keep ? map.end : xml.find(ENTRY_END, start);
+    constexpr std::string_view ENTRY_END = "</entry>";
+    for (size_t start = xml.find("<entry>"); start != std::string::npos;) {
+        const size_t end = xml.find(ENTRY_END, start);
         if (end == std::string::npos) break;
-        pos = end + ENTRY_END.size();
         ++out.total_found;
-        if (keep) parse_atom_entry(xml, map, out.entries.emplace_back(), scratch);
+        if (out.entries.size() < MAX_ENTRIES) {
+            out.entries.push_back(parse_atom_entry(std::string_view(xml).substr(start, end - start)));
+        }
+        start = xml.find("<entry>", end + ENTRY_END.size());
     }
     out.truncated = static_cast<int>(out.entries.size()) < out.total_found;
 }
