@@ -139,13 +139,10 @@ std::string extract_first(const std::string& html, const std::string& label) {
 bool is_safe_kernel_url(const std::string& url) {
     constexpr std::string_view hosts[] = {VELDRIN_RELEASE_CDN, VELDRIN_RELEASE_SITE, VELDRIN_RELEASE_APEX,
                                           VELDRIN_GIT_BROWSER};
-    constexpr std::string_view permitted =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789"
-        "-._~:/?#[]@!$&()*+,;=%";
     constexpr size_t MAX_LENGTH = 512;
 
     return std::ranges::any_of(hosts, [&](std::string_view host) { return url.starts_with(host); }) &&
-           url.size() <= MAX_LENGTH && url.find_first_not_of(permitted) == std::string::npos;
+           url.size() <= MAX_LENGTH && holds_only(url, ADDRESS_BYTES);
 }
 
 bool is_blank(char c) {
