@@ -28,8 +28,8 @@ struct ChangeLog {
     std::string channel;
     std::string version;
     std::string released;              ///< The release's date as the index gives it, or empty.
-    std::string source_url;            ///< Where the entries came from.
-    std::string web_url;               ///< What a person would open.
+    std::string source_url;            ///< Where the entries came from; on failure a text that held none, or empty.
+    std::string web_url;               ///< What a person would open; on failure as `source_url`.
     std::vector<ChangeEntry> entries;  ///< In the source's order, 400 at most.
     int total_found = 0;               ///< How many the source holds.
     bool truncated = false;            ///< `entries` holds fewer than the source.
@@ -42,8 +42,9 @@ struct ChangeLog {
 KernelVersions fetch_kernel_versions();
 
 /// Loads what the newest release of `channel` (mainline, stable or longterm) contains; blocks for as long as its
-/// commands take, a minute and a half at worst. `known_version` is what the caller takes for that release, or empty; it
-/// counts where the release index can't be read. Shares nothing, so it may run on several threads at once.
+/// commands take. These bound a server's silence, not its answer: one that trickles is read to its end. `known_version`
+/// is what the caller takes for that release, or empty; it counts where the release index can't be read. Shares
+/// nothing, so it may run on several threads at once.
 ChangeLog fetch_changelog(const std::string& channel, const std::string& known_version);
 
 /// Returns the release of the kernel that runs here, or "unknown".

@@ -1,7 +1,8 @@
 // Everything that asks the machine: the sandbox around the program, the running and the installed kernels, the loaded
-// modules. Owns nothing and keeps nothing: each call reads anew. Main thread only; knows nothing of GTK and never writes
-// a message. What can't be read is an empty string or list, with a note for the user where the window shows one. Texts
-// hold the machine's own bytes, in whatever encoding.
+// modules. Owns nothing and keeps nothing: each call reads anew. Main thread only; knows nothing of GTK and never
+// writes a message. What can't be opened is an empty string or list, with a note for the user where the window shows
+// one. A file that opens and then fails to be read ends the program, with a crash report: kept on purpose. Texts hold
+// the machine's own bytes, in whatever encoding.
 #pragma once
 
 #include <string>
