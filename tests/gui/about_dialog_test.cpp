@@ -250,9 +250,9 @@ const std::array LICENCE = {
     R"(In no event shall the author be liable for any claim, damages or other liability arising from the use of this )"
     R"(software\.)",
     "LINUX AND TRADEMARKS",
-    R"((?=.*Linux kernel)(?=.*copyright)(?=.*Linus Torvalds)(?=.*thousands)(?=.*contribut).*)"
-    R"(GNU General Public License, version 2\.)",
-    R"((?=Linux®)(?=.*registered trademark of Linus Torvalds in the U\.S\. and other countries).* )"
+    R"((?=.*Linux kernel)(?=.*copyright)(?=.*Linus Torvalds)(?=.*the thousands of contributors to the kernel).*)"
+    R"(released under the GNU General Public License, version 2\.)",
+    R"(Linux® is a registered trademark of Linus Torvalds in the U\.S\. and other countries\. )"
     R"(All other trademarks are the property of their respective owners\.)",
     R"(Kernhaven is operated by The Linux Kernel Organization, Inc\., a California 501\(c\)3 nonprofit corporation\.)",
     R"(Veldrin is an independent application\. .*not affiliated with, sponsored or endorsed by Linus Torvalds, )"
