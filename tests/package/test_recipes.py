@@ -1,6 +1,7 @@
 """The recipes of the Snap and the Flatpak: they follow the rules of their formats, and ask for what the applet needs."""
 
 import copy
+import re
 import subprocess
 from pathlib import Path
 from typing import Any
@@ -178,7 +179,7 @@ def test_both_take_the_released_programs_settings(snap, flatpak):
     assert "--preset=release" in module(flatpak, "veldrin")["config-opts"]
 
 
-def test_both_strip_the_launchers_actions_from_the_desktop_entry(snap, flatpak, tmp_path):
+def test_both_start_the_applet_itself_by_a_launcher_without_actions(snap, flatpak, tmp_path):
     entry = tmp_path / "usr/share/applications/org.veldrin.Veldrin.desktop"
     for script in (snap["parts"]["veldrin"]["override-build"], "\n".join(module(flatpak, "veldrin")["post-install"])):
         entry.parent.mkdir(parents=True, exist_ok=True)
@@ -188,7 +189,8 @@ def test_both_strip_the_launchers_actions_from_the_desktop_entry(snap, flatpak, 
         folders = {"CRAFT_PART_INSTALL": str(tmp_path), "FLATPAK_DEST": str(tmp_path / "usr"), "PATH": "/usr/bin:/bin"}
         subprocess.run(["bash", "-euc", f"craftctl() {{ :; }}\n{script}"], env=folders, check=True)
         assert "Action" not in entry.read_text()
-        assert "Exec=veldrin\n" in entry.read_text()
+        assert "SingleMainWindow" not in entry.read_text()
+        assert re.findall("^Exec=.*$", entry.read_text(), re.MULTILINE) == ["Exec=veldrin"]
         # snapd puts the Snap's folder into the path of the icon when it installs the entry.
         entry.write_text(entry.read_text().replace("=${SNAP}/", "=/snap/veldrin/current/"))
         subprocess.run(["desktop-file-validate", str(entry)], check=True)
