@@ -112,19 +112,53 @@ static std::string dialogScript(const std::string& path, const std::string& subj
 
 // ---- The handler ----------------------------------------------------------------------------------------------------
 
-static void armAlarm() {
-    std::signal(SIGALRM, SIG_DFL);
+static void unblock(int sig) {
     sigset_t set;
     sigemptyset(&set);
-    sigaddset(&set, SIGALRM);
+    sigaddset(&set, sig);
     pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+}
+
+/// Ends the process by the signal whose handler has come to no end. Runs on whichever thread takes the alarm.
+template <int SIG>
+static void onAlarm(int) {
+    raise(SIG);
+    // The thread that faulted blocks it meanwhile, and any may have inherited that.
+    unblock(SIG);
+}
+
+/// Returns what the alarm is to call while `sig` is handled: a function for each signal, since the module keeps no data
+/// that could tell a single one which it is.
+static sighandler_t alarmHandler(int sig) {
+    switch (sig) {
+        case SIGILL:
+            return onAlarm<SIGILL>;
+        case SIGABRT:
+            return onAlarm<SIGABRT>;
+        case SIGBUS:
+            return onAlarm<SIGBUS>;
+        case SIGFPE:
+            return onAlarm<SIGFPE>;
+        case SIGSEGV:
+            return onAlarm<SIGSEGV>;
+        default:
+            return SIG_DFL;
+    }
+}
+
+/// Where a fault in the handler starts another one, the last signal ends the process, as it does without an alarm.
+static void armAlarm(int sig) {
+    std::signal(SIGALRM, alarmHandler(sig));
+    unblock(SIGALRM);
     alarm(PATIENCE_SECONDS);
 }
 
 /// Becomes the dialog; never returns. Runs in the child of the process that dies.
 [[noreturn]] static void becomeDialog(int sig, const std::string& path, const char* timebuf, const char* display_env,
                                       const char* wayland_env, const char* xauth_env) {
-    // A lock that another thread held is held for ever here, and the parent's alarm is not the child's.
+    // A lock that another thread held is held for ever here, and the parent's alarm is not the child's. The child's own
+    // ends it without a core dump: the fault was the parent's.
+    std::signal(SIGALRM, SIG_DFL);
     alarm(PATIENCE_SECONDS);
     if (display_env) setenv("DISPLAY", display_env, 1);
     if (wayland_env) setenv("WAYLAND_DISPLAY", wayland_env, 1);
@@ -145,7 +179,7 @@ static void armAlarm() {
 /// a simple report is worth the risk that a crash within the allocator finds no end but the alarm's.
 static void crashHandler(int sig) {
     std::signal(sig, SIG_DFL);
-    armAlarm();
+    armAlarm(sig);
     const std::string path = crashFilePath();
     FILE* f = std::fopen(path.c_str(), "w");
     if (!f) {

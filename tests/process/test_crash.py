@@ -11,6 +11,7 @@ import time
 from collections.abc import Iterator
 from dataclasses import dataclass
 from datetime import datetime, timedelta, timezone
+from pathlib import Path
 
 import pytest
 from applet import BUILD, PROGRAM, bubblewrap, other_world
@@ -341,15 +342,75 @@ def test_another_signal_within_the_handler_starts_the_report_afresh(machine, orp
     assert orphans.status(applet) == 0
 
 
-@pytest.mark.parametrize("around", [[], ["env", "--ignore-signal=ALRM", "--block-signal=ALRM"]], ids=["", "alarm_off"])
-def test_handler_that_hangs_comes_to_an_end(machine, orphans, around):
-    plan = f"fopen=hang:{REPORT}"
-    applet = machine.start(preload=[CRASH], environment={**GERMAN, "CRASH": plan}, around=around)
+# ---- A handler that hangs ----
+
+HANG = f"fopen=hang:{REPORT}"
+
+
+def hangs_and_ends(applet, number: signal.Signals) -> None:
     begin = time.monotonic()
-    applet.process.send_signal(signal.SIGSEGV)
-    assert applet.exit_status(4 * PATIENCE) == -signal.SIGALRM
+    assert applet.exit_status(4 * PATIENCE) == -number
     assert PATIENCE - 1 < time.monotonic() - begin < PATIENCE + 5
+
+
+def is_handled(applet, number: signal.Signals) -> bool:
+    """Whether the signal has got its default action back."""
+    status = Path(f"/proc/{applet.pid}/status").read_text()
+    caught = int(re.search(r"^SigCgt:\s*(\w+)$", status, re.MULTILINE)[1], 16)
+    return not caught >> (number - 1) & 1
+
+
+@pytest.mark.parametrize("around", [[], ["env", "--ignore-signal=ALRM", "--block-signal=ALRM"]], ids=["", "alarm_off"])
+def test_handler_that_hangs_comes_to_an_end_by_its_signal(machine, orphans, around):
+    applet = machine.start(preload=[CRASH], environment={**GERMAN, "CRASH": HANG}, around=around)
+    applet.process.send_signal(signal.SIGSEGV)
+    hangs_and_ends(applet, signal.SIGSEGV)
     assert no_report(machine)
+    assert orphans.none(applet)
+
+
+def test_handler_that_hangs_on_another_thread_comes_to_an_end_by_its_signal(machine, orphans):
+    # The alarm rings on the main thread, which blocks the signal as its parent did.
+    environment = {**GERMAN, "CRASH": f"popen=abrt {HANG}"}
+    applet = machine.start(preload=[CRASH], environment=environment, around=["env", "--block-signal=ABRT"])
+    applet.begin_check()
+    hangs_and_ends(applet, signal.SIGABRT)
+    assert no_report(machine)
+    assert orphans.none(applet)
+
+
+def test_handler_that_hangs_behind_its_report_leaves_that(machine, orphans):
+    applet = come_to(machine, "none", "fork=hang")
+    applet.process.send_signal(signal.SIGFPE)
+    hangs_and_ends(applet, signal.SIGFPE)
+    report_of(machine, signal.SIGFPE)
+    assert orphans.none(applet)
+
+
+def test_last_signal_ends_a_handler_that_hangs_within_another(machine, orphans):
+    applet = come_to(machine, "none", "backtrace_symbols_fd=abrt fork=hang")
+    applet.process.send_signal(signal.SIGSEGV)
+    hangs_and_ends(applet, signal.SIGABRT)
+    report_of(machine, signal.SIGABRT)
+    assert orphans.none(applet)
+
+
+@pytest.mark.parametrize("fault", ["bus", "ill"])
+def test_last_signal_ends_two_handlers_that_hang(machine, orphans, fault):
+    applet = come_to(machine, "none", f"popen={fault} {HANG}")
+    applet.process.send_signal(signal.SIGFPE)
+    wait_until(lambda: is_handled(applet, signal.SIGFPE), "the first handler")
+    applet.begin_check()
+    hangs_and_ends(applet, FAULTS[fault])
+    assert orphans.none(applet)
+
+
+def test_same_signal_on_another_thread_ends_the_process_at_once(machine, orphans):
+    applet = come_to(machine, "none", f"popen=segv {HANG}")
+    applet.process.send_signal(signal.SIGSEGV)
+    wait_until(lambda: is_handled(applet, signal.SIGSEGV), "the first handler")
+    applet.begin_check()
+    assert applet.exit_status(PATIENCE - 1) == -signal.SIGSEGV
     assert orphans.none(applet)
 
 

@@ -3,6 +3,7 @@
 #include "support.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <algorithm>
 #include <array>
@@ -239,6 +240,46 @@ TEST(Handler, LeavesNoAlarmBehindWhereTheSignalEndsNothing) {
     EXPECT_NE(read_text(folder.path() / "Veldrin_crash.txt").find("Unknown signal"), std::string::npos);
     EXPECT_EQ(status_after_a_harmless_signal("/nowhere"), 0);
 }
+
+// ---- The alarm ------------------------------------------------------------------------------------------------------
+
+/// Calls what the alarm calls while `sig` is handled, and returns the status of the process that did so.
+int status_after_the_alarm(int sig, bool blocked) {
+    const pid_t child = fork();
+    if (child == 0) {
+        const rlimit no_core = {0, 0};
+        setrlimit(RLIMIT_CORE, &no_core);
+        std::signal(sig, SIG_DFL);
+        sigset_t set;
+        sigemptyset(&set);
+        sigaddset(&set, sig);
+        pthread_sigmask(blocked ? SIG_BLOCK : SIG_UNBLOCK, &set, nullptr);
+        alarmHandler(sig)(SIGALRM);
+        _exit(0);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    return status;
+}
+
+TEST(AlarmHandler, EndsTheProcessByTheSignalThatIsHandled) {
+    for (const int sig : FATAL) {
+        for (const bool blocked : {true, false}) {
+            const int status = status_after_the_alarm(sig, blocked);
+            EXPECT_TRUE(WIFSIGNALED(status)) << sig << ' ' << blocked;
+            EXPECT_EQ(WTERMSIG(status), sig) << blocked;
+        }
+    }
+}
+
+TEST(AlarmHandler, IsTheDefaultForEveryOtherNumber) {
+    for (int sig = -1; sig <= SIGRTMAX + 1; ++sig) {
+        if (std::ranges::find(FATAL, sig) != FATAL.end()) continue;
+        EXPECT_EQ(alarmHandler(sig), SIG_DFL) << sig;
+    }
+}
+
+// ---- Beside it ------------------------------------------------------------------------------------------------------
 
 void on_alarm(int) {}
 
