@@ -187,6 +187,9 @@ static void crashHandler(int sig) {
         raise(sig);
         return;
     }
+    // The library would take one of this size from the heap, whose lock this thread may hold since its fault.
+    char buffer[4096];
+    std::setvbuf(f, buffer, _IOFBF, sizeof buffer);
 
     char timebuf[64] = "";
     const std::time_t now = std::time(nullptr);
@@ -216,9 +219,11 @@ static void crashHandler(int sig) {
 void CrashHandler::install() {
     // The library's own way would write a line on the terminal first.
     std::set_terminate(std::abort);
-    // The first call loads a library and allocates, which the handler is better spared.
+    // The first call of each allocates, and loads a library or the time zone, which the handler is better spared.
     void* frame;
     backtrace(&frame, 1);
+    const std::time_t now = std::time(nullptr);
+    std::localtime(&now);
 
     struct sigaction action = {};
     action.sa_handler = crashHandler;

@@ -6,6 +6,9 @@
  *   overflow                    a recursion that exhausts the stack, once
  *   deep                        segv below many frames, once
  *   throw                       an exception that nobody catches, once
+ *   double_free, free_chunk, top_chunk
+ *                               damage in the heap that the allocator meets, once: a block given back twice, a free
+ *                               block overwritten, the size of what was never given out overwritten
  *   hang                        it never returns
  *   fail                        it does nothing and says that it failed */
 #define _GNU_SOURCE 1
@@ -111,6 +114,36 @@ static void do_what_is_no_instruction(void) {
 #endif
 }
 
+/* A thread keeps no blocks of these sizes to itself: the allocator takes its lock for them. */
+enum { SMALL = 2000, LARGE = 100000, HUGE = 64 << 20 };
+
+static void give_back_twice(void) {
+    char *volatile block = malloc(SMALL);
+    free(block);
+    free(block);
+}
+
+static void overwrite_a_free_block(void) {
+    char *volatile block = malloc(LARGE);
+    /* Keeps the block, when it is free, from becoming part of what was never given out. */
+    char *volatile behind = malloc(LARGE);
+    /* In search of so much, the allocator sorts what else is free: the block is the next that it looks at. */
+    char *volatile search = malloc(HUGE);
+    free(search);
+    free(block);
+    memset(block, 'A', 64);
+    block = malloc(LARGE);
+    free(behind);
+}
+
+static void overwrite_the_top(void) {
+    char *volatile block = NULL;
+    /* So many that what was free before is used up. */
+    for (int i = 0; i < 64; ++i) block = malloc(LARGE);
+    memset(block, 0xff, LARGE + 64);
+    block = malloc(LARGE);
+}
+
 /* Does what is planned for `function`. Returns whether it is to fail. */
 static bool go_wrong(const char *function, const char *argument, atomic_flag *done) {
     char what[sizeof plan];
@@ -127,6 +160,9 @@ static bool go_wrong(const char *function, const char *argument, atomic_flag *do
     if (strcmp(what, "ill") == 0) do_what_is_no_instruction();
     if (strcmp(what, "abrt") == 0) abort();
     if (strcmp(what, "throw") == 0) throw_an_exception();
+    if (strcmp(what, "double_free") == 0) give_back_twice();
+    if (strcmp(what, "free_chunk") == 0) overwrite_a_free_block();
+    if (strcmp(what, "top_chunk") == 0) overwrite_the_top();
     volatile int levels = strcmp(what, "deep") == 0 ? 100 : INT_MAX;
     if (strcmp(what, "deep") == 0 || strcmp(what, "overflow") == 0) descend(&levels, fault_in_memory);
     _exit(99); /* no such fault */

@@ -370,11 +370,9 @@ def test_handler_that_hangs_comes_to_an_end_by_its_signal(machine, orphans, arou
 
 
 def test_handler_that_hangs_on_another_thread_comes_to_an_end_by_its_signal(machine, orphans):
-    # The alarm rings on the main thread, which blocks the signal as its parent did.
-    environment = {**GERMAN, "CRASH": f"popen=abrt {HANG}"}
-    applet = machine.start(preload=[CRASH], environment=environment, around=["env", "--block-signal=ABRT"])
-    applet.begin_check()
-    hangs_and_ends(applet, signal.SIGABRT)
+    # The alarm rings on the main thread.
+    applet = come_to(machine, "check", f"popen=segv {HANG}")
+    hangs_and_ends(applet, signal.SIGSEGV)
     assert no_report(machine)
     assert orphans.none(applet)
 
@@ -424,6 +422,16 @@ def test_dialog_that_hangs_before_it_is_one_comes_to_an_end(machine, orphans):
     report_of(machine, signal.SIGSEGV)
 
 
+# ---- What the machine refuses ----
+
+
+def test_full_disk_costs_the_report_alone(machine, orphans):
+    (machine.runtime / REPORT).symlink_to("/dev/full")
+    applet = start(machine)
+    dies(applet, signal.SIGSEGV)
+    assert orphans.status(applet) == 0
+
+
 def test_unknown_system_is_left_out(machine):
     applet = come_to(machine, "none", "uname=fail")
     dies(applet, signal.SIGSEGV)
@@ -442,6 +450,7 @@ def test_unknown_system_is_left_out(machine):
         (None, None, "unknown (unknown)"),
         ("", "x11", " (x11)"),
         ("ubuntu:GNOME %s%n", "", "ubuntu:GNOME %s%n ()"),
+        pytest.param("K" * 10_000, "x11", "K" * 10_000 + " (x11)", id="longer than the stream's buffer"),
     ],
 )
 def test_desktop_line_tells_desktop_and_session(machine, desktop, session, line):
