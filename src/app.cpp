@@ -68,14 +68,15 @@ std::string file_contents(const char* path) {
     return std::move(contents).str();
 }
 
-/// Lets the download tool try once, not twenty times: a silent server would hold a check for minutes. `variable` names
-/// the file that the tool reads instead of the machine's own settings; it is made to name a memory file with these
-/// settings and ours behind them. The user's settings are read later and so have the last word.
+/// Lets the download tool try twice, not twenty times: a silent server would hold a check for many minutes. Not once,
+/// because a site that refuses to send the header alone is asked for the page instead, which counts as a second try.
+/// `variable` names the file that the tool reads instead of the machine's own settings; it is made to name a memory
+/// file with these settings and ours behind them. The user's settings are read later and so have the last word.
 void bound_tries(const char* variable, const char* machines_own) {
     const char* chosen = std::getenv(variable);
     std::string settings = file_contents(chosen && access(chosen, R_OK) == 0 ? chosen : machines_own);
     if (!settings.empty() && settings.back() != '\n') settings += '\n';
-    settings += "tries = 1\n";
+    settings += "tries = 2\n";
 
     const int file = memfd_create("veldrin-wgetrc", 0);
     if (file < 0) return;

@@ -42,9 +42,9 @@ struct ChangeLog {
 KernelVersions fetch_kernel_versions();
 
 /// Loads what the newest release of `channel` (mainline, stable or longterm) contains; blocks for as long as its
-/// commands take. These bound a server's silence, not its answer: one that trickles is read to its end. `known_version`
-/// is what the caller takes for that release, or empty; it counts where the release index can't be read. Shares
-/// nothing, so it may run on several threads at once.
+/// commands take: well over two minutes where every server is silent, and without a limit where one trickles.
+/// `known_version` is what the caller takes for that release, or empty; it counts where the release index can't be
+/// read. Shares nothing, so it may run on several threads at once.
 ChangeLog fetch_changelog(const std::string& channel, const std::string& known_version);
 
 /// Returns the release of the kernel that runs here, or "unknown".

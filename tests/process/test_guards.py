@@ -75,7 +75,7 @@ def test_search_path_ends_in_the_system_tools_folders_once(machine, before, afte
     assert call.environment["PATH"] == after.replace("{tools}", folder)
 
 
-# ---- One try for each download ----
+# ---- Two tries for each download ----
 
 
 def machines_own_settings() -> str:
@@ -83,9 +83,9 @@ def machines_own_settings() -> str:
     return path.read_text() if path.exists() else ""
 
 
-def test_wget_gets_the_machines_settings_and_one_try(machine):
+def test_wget_gets_the_machines_settings_and_two_tries(machine):
     call = first_call(machine)
-    assert call.wget_settings == machines_own_settings() + "tries = 1\n"
+    assert call.wget_settings == machines_own_settings() + "tries = 2\n"
     assert [other.wget_settings for other in machine.tools.calls()] == [call.wget_settings] * 2
 
 
@@ -95,13 +95,13 @@ def test_settings_named_before_are_honoured(machine, settings):
     chosen.write_text(settings)
     call = first_call(machine, environment={"SYSTEM_WGETRC": str(chosen)})
     line_end = "\n" if settings and not settings.endswith("\n") else ""
-    assert call.wget_settings == settings + line_end + "tries = 1\n"
+    assert call.wget_settings == settings + line_end + "tries = 2\n"
     assert chosen.read_text() == settings
 
 
 def test_named_settings_that_do_not_exist_give_way_to_the_machines(machine):
     call = first_call(machine, environment={"SYSTEM_WGETRC": str(machine.folder / "missing")})
-    assert call.wget_settings == machines_own_settings() + "tries = 1\n"
+    assert call.wget_settings == machines_own_settings() + "tries = 2\n"
 
 
 def test_settings_leave_no_file_behind(machine):

@@ -91,11 +91,28 @@ def test_error_status_changes_nothing_until_the_site_is_back(machine, site, netw
     before = machine.time_of_save
     site.misbehave(WWW, "/", "status", code=code)
     applet = network.start()
-    # The second GET is curl's, which is content with an error page.
-    assert network.requests(applet) == [("GET", code, ""), ("GET", code, ""), ("HEAD", code, "")]
+    # The second GET is curl's, which is content with an error page. A HEAD that is answered by 500 is followed by a GET.
+    last = [("HEAD", code, "")] + [("GET", code, "")] * (code == 500)
+    assert network.requests(applet) == [("GET", code, ""), ("GET", code, ""), *last]
     assert (applet.item.icon, applet.item.label) == ("tux-red", "7.8.4")
     assert machine.time_of_save == before
     site.behave()
+    site.publish(stable="7.8.5")
+    applet.check()
+    assert (applet.item.icon, applet.item.label) == ("tux-green", "7.8.5")
+
+
+@pytest.mark.parametrize("code", [500, 501])
+def test_site_that_refuses_head_is_asked_by_get(machine, site, network, code):
+    # An unchanged page costs no download and no save there, either.
+    site.misbehave(WWW, "/", "status", code=code, method="HEAD")
+    applet = network.start()
+    assert network.requests(applet) == [("GET", 200, ""), ("HEAD", code, ""), ("GET", 200, "")]
+    assert (applet.item.label, machine.saved) == ("7.8.4", SAVED)
+    before = machine.time_of_save
+    known = site.last_modified
+    assert network.requests(applet) == [("HEAD", code, known), ("GET", 304, known)] * 2
+    assert machine.time_of_save == before
     site.publish(stable="7.8.5")
     applet.check()
     assert (applet.item.icon, applet.item.label) == ("tux-green", "7.8.5")
@@ -128,28 +145,28 @@ def test_unreachable_host_leaves_all_as_it_is(machine, site, network):
     assert len(site.connections()) == 2
 
 
-def test_silent_site_gets_one_try_of_each_command(machine, site, network):
+def test_silent_site_gets_two_tries_of_each_wget(machine, site, network):
     network.tools.make_impatient()
     applet = network.start_and_check()
     assert applet.item.label == "7.8.4"
     before = len(site.connections())
     site.misbehave(WWW, "/", "silence")
     applet.check()
-    # Two conditional requests, the page by wget, the page by curl.
-    assert len(site.connections()) == before + 4
+    # Two conditional requests and the page by wget, twice each, then the page by curl.
+    assert len(site.connections()) == before + 7
     assert applet.item.label == "7.8.4"
     assert machine.saved == SAVED
 
 
-def test_silent_site_gets_one_try_of_wget2_in_wgets_place(site, network):
+def test_silent_site_gets_two_tries_of_wget2_in_wgets_place(site, network):
     network.tools.make_impatient(wget="wget2")
     site.misbehave(WWW, "/", "silence")
     network.start_and_check()
-    # The page by wget2, the page by curl.
-    assert len(site.connections()) == 2
+    # The page by wget2, twice, then by curl.
+    assert len(site.connections()) == 3
 
 
-def test_site_that_hangs_up_gets_one_try_of_each_command(network):
+def test_site_that_hangs_up_gets_two_tries_of_wget_and_one_of_curl(network):
     connections = []
     with socket.create_server(("127.0.0.1", 0)) as server:
 
@@ -170,7 +187,7 @@ def test_site_that_hangs_up_gets_one_try_of_each_command(network):
         finally:
             server.shutdown(socket.SHUT_RDWR)
             thread.join()
-    assert len(connections) == 2
+    assert len(connections) == 3
     assert applet.item.label == ""
 
 

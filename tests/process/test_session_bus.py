@@ -1,0 +1,165 @@
+"""A session bus that is slow, or takes connections and never answers: what the start makes of it."""
+
+import contextlib
+import re
+import signal
+import socket
+import threading
+import time
+from collections.abc import Iterator
+from pathlib import Path
+
+import pytest
+from applet import BUILD, Applet, Machine, state_text
+from probe import SETTINGS, Probe
+from tools import page
+from waiting import serve_panel, wait_until
+
+# How long the start waits for the bus, in seconds, and how long a busy machine may take on top.
+PATIENCE = 5.0
+TOLERANCE = 10.0
+
+# Where no panel answers, the indicator library makes a tray icon of the old kind, and on its way reads beyond a list's
+# end, up to the next word that is not 0. That is the one right behind it, unless the memory is a sanitizer's.
+without_panel = pytest.mark.skipif(
+    BUILD.name in ("asan", "tsan"), reason="the indicator library reads beyond a list's end"
+)
+
+# As on a user's desktop, the bridge to the accessibility bus asks the session bus, too.
+BRIDGE = pytest.mark.parametrize("bridge", [None, "1"], ids=["accessible", "not-accessible"])
+
+
+class Sleeper:
+    """The session bus as long as it is stopped: the system takes connections for it, and nobody answers."""
+
+    def __init__(self, bus) -> None:
+        self._process = bus._process
+        self._process.send_signal(signal.SIGSTOP)
+        status = Path(f"/proc/{self._process.pid}/status")
+        wait_until(lambda: "State:\tT" in status.read_text(), "the stopped bus")
+
+    def wake(self) -> None:
+        self._process.send_signal(signal.SIGCONT)
+
+
+@pytest.fixture
+def sleeper(machine, bus) -> Iterator[Sleeper]:
+    sleeper = Sleeper(bus)
+    yield sleeper
+    sleeper.wake()
+
+
+class HalfABus:
+    """A bus that answers authentication and then falls silent."""
+
+    ANSWERS = {b"AUTH": b"REJECTED EXTERNAL", b"AUTH EXTERNAL": b"DATA", b"NEGOTIATE_UNIX_FD": b"AGREE_UNIX_FD"}
+
+    def __init__(self, path: Path) -> None:
+        self.address = f"unix:path={path}"
+        self.greeted = 0
+        self._listener = socket.socket(socket.AF_UNIX)
+        self._listener.bind(str(path))
+        self._listener.listen()
+        threading.Thread(target=self._serve, daemon=True).start()
+
+    def _serve(self) -> None:
+        with contextlib.suppress(OSError):
+            while True:
+                threading.Thread(target=self._talk, args=self._listener.accept()[:1], daemon=True).start()
+
+    def _talk(self, connection: socket.socket) -> None:
+        with connection, connection.makefile("rb") as lines:
+            while line := lines.readline().strip(b"\0\r\n"):
+                if line == b"BEGIN":
+                    self.greeted += 1
+                    lines.read()
+                else:
+                    connection.sendall(self.ANSWERS.get(line, b"OK 0123456789abcdef0123456789abcdef") + b"\r\n")
+
+    def close(self) -> None:
+        self._listener.shutdown(socket.SHUT_RDWR)
+        self._listener.close()
+
+
+@pytest.fixture
+def half_a_bus(machine) -> Iterator[HalfABus]:
+    bus = HalfABus(machine.folder / "half-a-bus")
+    yield bus
+    bus.close()
+
+
+def launch(machine: Machine, probe: Probe, **environment: str | None) -> Applet:
+    return machine.launch(
+        preload=probe.options["preload"], environment={**probe.options["environment"], **environment}
+    )
+
+
+def seconds_of_start(applet: Applet) -> float:
+    begin = time.monotonic()
+    wait_until(lambda: applet.clock.delays_begun, "the check thread's start", PATIENCE + TOLERANCE)
+    return time.monotonic() - begin
+
+
+def watches_on_unseen(machine: Machine, applet: Applet, probe: Probe) -> None:
+    """It checks and saves, shows its windows, and ends when it is told to."""
+    applet.clock.pass_delay()
+    wait_until(lambda: applet.clock.steps_begun, "the end of the check")
+    wait_until(lambda: machine.saved == state_text(latest_kernel="7.2.4", stable="7.2.4"), "the save")
+    applet.process.send_signal(signal.SIGUSR1)
+    wait_until(lambda: SETTINGS in probe.windows(), "the window")
+    assert "7.2.4" in probe.windows()[SETTINGS].texts
+    probe.close(SETTINGS)
+
+
+@without_panel
+@BRIDGE
+def test_silent_bus_holds_up_the_start_for_five_seconds(machine, sleeper, bridge):
+    machine.tools.publish(page(stable="7.2.4"))
+    probe = Probe(machine.folder)
+    applet = launch(machine, probe, NO_AT_BRIDGE=bridge)
+    assert PATIENCE - 1 < seconds_of_start(applet) < PATIENCE + TOLERANCE
+    watches_on_unseen(machine, applet, probe)
+    applet.process.send_signal(signal.SIGTERM)
+    assert applet.exit_status() == -signal.SIGTERM
+
+
+@without_panel
+@BRIDGE
+def test_bus_that_never_greets_holds_up_the_start_for_five_seconds(machine, half_a_bus, bridge):
+    machine.tools.publish(page(stable="7.2.4"))
+    probe = Probe(machine.folder)
+    applet = launch(machine, probe, NO_AT_BRIDGE=bridge, DBUS_SESSION_BUS_ADDRESS=half_a_bus.address)
+    assert PATIENCE - 1 < seconds_of_start(applet) < PATIENCE + TOLERANCE
+    assert half_a_bus.greeted
+    watches_on_unseen(machine, applet, probe)
+    applet.process.send_signal(signal.SIGTERM)
+    assert applet.exit_status() == -signal.SIGTERM
+
+
+@BRIDGE
+def test_slow_bus_is_waited_for(machine, sleeper, bridge):
+    machine.tools.publish(page(stable="7.2.4"))
+    applet = machine.launch(environment={"NO_AT_BRIDGE": bridge})
+    begin = time.monotonic()
+    wait_until(lambda: time.monotonic() > begin + 2, "two seconds")
+    assert not applet.clock.delays_begun
+    sleeper.wake()
+    wait_until(lambda: machine.panel.items, "its icon")
+    assert applet.item.icon == "tux-red"
+    applet.check()
+    assert applet.item.label == "7.2.4"
+    assert applet.quit() == 0
+
+
+@without_panel
+@BRIDGE
+def test_bus_that_answers_later_shows_the_icon_then(machine, sleeper, bridge):
+    machine.tools.publish(page(stable="7.2.4"))
+    probe = Probe(machine.folder)
+    applet = launch(machine, probe, NO_AT_BRIDGE=bridge)
+    seconds_of_start(applet)
+    watches_on_unseen(machine, applet, probe)
+    sleeper.wake()
+    wait_until(lambda: machine.panel.items, "its icon")
+    assert (applet.item.icon, applet.item.label) == ("tux-green", "7.2.4")
+    assert applet.quit() == 0
