@@ -4,6 +4,7 @@
 #include "changes_window.h"
 #include "info_window.h"
 #include "kernel_checker.h"
+#include "local_system.h"
 #include "state.h"
 #include "system_window.h"
 #include "tux_rgba.h"
@@ -13,6 +14,8 @@
 #include <libayatana-appindicator/app-indicator.h>
 #include <poll.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <array>
 #include <atomic>
@@ -22,16 +25,20 @@
 #include <cstdlib>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <string_view>
 #include <thread>
+#include <vector>
 
 namespace {
 
 constexpr std::chrono::seconds FIRST_CHECK_DELAY{3};
 constexpr std::chrono::seconds SLEEP_STEP{1};
 constexpr int SLEEPS_BETWEEN_CHECKS = 1800;
+/// Beyond the numbers that scripts choose for files of their own.
+constexpr int LEAST_INHERITED_FILE = 200;
 
 AppState g_state;
 AppIndicator* g_indicator = nullptr;
@@ -61,11 +68,72 @@ void extend_search_path() {
     setenv("PATH", path.c_str(), 1);
 }
 
+/// A variable of the environment that this process has set for itself and for its commands alone.
+struct OwnVariable {
+    const char* name;
+    std::optional<std::string> users_entry;  // NAME=VALUE as the user has it, or nothing
+    int inherited_file;                      // what the value names where children inherit it, or -1
+};
+
+/// Never destroyed, because a crash may still come behind the static destructors.
+std::vector<OwnVariable>& g_own_variables = *new std::vector<OwnVariable>;
+
+void set_own_variable(const char* name, const std::string& value, int inherited_file = -1) {
+    const char* users = std::getenv(name);
+    g_own_variables.push_back(
+        {name, users ? std::optional(std::string(name) + '=' + users) : std::nullopt, inherited_file});
+    setenv(name, value.c_str(), 1);
+}
+
+/// Gives every forked child, such as the dialog after a crash, the user's own variables back. A command is no such
+/// child: popen() does without a fork, and so without these handlers.
+void give_variables_back_in_children() {
+    pthread_atfork(nullptr, nullptr, [] {
+        // Nothing here allocates: after a crash that might never end.
+        for (OwnVariable& variable : g_own_variables) {
+            if (variable.users_entry) {
+                putenv(variable.users_entry->data());
+            } else {
+                unsetenv(variable.name);
+            }
+            if (variable.inherited_file >= 0) close(variable.inherited_file);
+        }
+    });
+}
+
+/// Does the same for what a link starts, which gets a copy of this process's environment from its launch context. GTK
+/// makes one at each click; each is changed as it comes to be.
+void give_variables_back_to_links() {
+    GObjectClass* contexts = G_OBJECT_CLASS(g_type_class_ref(G_TYPE_APP_LAUNCH_CONTEXT));
+    static void (*const constructed)(GObject*) = contexts->constructed;
+    contexts->constructed = [](GObject* object) {
+        constructed(object);
+        GAppLaunchContext* context = G_APP_LAUNCH_CONTEXT(object);
+        for (const auto& [name, users_entry, file] : g_own_variables) {
+            if (users_entry) {
+                g_app_launch_context_setenv(context, name, users_entry->c_str() + std::string_view(name).size() + 1);
+            } else {
+                g_app_launch_context_unsetenv(context, name);
+            }
+        }
+    };
+}
+
 std::string file_contents(const char* path) {
     const std::ifstream file(path, std::ios::binary);
     std::ostringstream contents;
     if (file) contents << file.rdbuf();
     return std::move(contents).str();
+}
+
+/// Says whether a child that does not inherit `file` can read it by `path`, which leads through this process: a Snap's
+/// processes may not look into each other, and nobody may look into one that the system holds for confidential. A world
+/// of its own may also show other processes by our number.
+bool children_reach(const std::string& path, int file) {
+    struct stat own;
+    struct stat reached;
+    return !running_as_snap() && prctl(PR_GET_DUMPABLE) == 1 && fstat(file, &own) == 0 &&
+           stat(path.c_str(), &reached) == 0 && own.st_dev == reached.st_dev && own.st_ino == reached.st_ino;
 }
 
 /// Lets the download tool try twice, not twenty times: a silent server would hold a check for many minutes. Not once,
@@ -78,13 +146,21 @@ void bound_tries(const char* variable, const char* machines_own) {
     if (!settings.empty() && settings.back() != '\n') settings += '\n';
     settings += "tries = 2\n";
 
-    const int file = memfd_create("veldrin-wgetrc", 0);
+    const int file = memfd_create("veldrin-wgetrc", MFD_CLOEXEC);
     if (file < 0) return;
     if (write(file, settings.data(), settings.size()) != static_cast<ssize_t>(settings.size())) {
         close(file);
         return;
     }
-    setenv(variable, ("/proc/self/fd/" + std::to_string(file)).c_str(), 1);
+    const std::string path = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(file);
+    if (children_reach(path, file)) {
+        set_own_variable(variable, path);
+        return;
+    }
+    const int inherited_file = fcntl(file, F_DUPFD, LEAST_INHERITED_FILE);
+    close(file);
+    if (inherited_file < 0) return;
+    set_own_variable(variable, "/proc/self/fd/" + std::to_string(inherited_file), inherited_file);
 }
 
 /// Connects to the session bus, for as long as the process lives. The indicator library asks for the connection twice,
@@ -388,6 +464,8 @@ void prepare_process() {
     bound_tries("SYSTEM_WGETRC", "/etc/wgetrc");
     // Some distributions install its successor in wget's place.
     bound_tries("SYSTEM_WGET2RC", "/etc/wget2rc");
+    give_variables_back_in_children();
+    give_variables_back_to_links();
     block_window_signals();
     unblock_in_children();
     g_log_set_handler("libayatana-appindicator", G_LOG_LEVEL_WARNING, drop_deprecation_notice, nullptr);
