@@ -37,6 +37,7 @@ namespace {
 constexpr std::chrono::seconds FIRST_CHECK_DELAY{3};
 constexpr std::chrono::seconds SLEEP_STEP{1};
 constexpr int SLEEPS_BETWEEN_CHECKS = 1800;
+constexpr guint PATIENCE_WITH_THE_BUS = 5;  // seconds
 /// Beyond the numbers that scripts choose for files of their own.
 constexpr int LEAST_INHERITED_FILE = 200;
 
@@ -165,9 +166,33 @@ void bound_tries(const char* variable, const char* machines_own) {
 
 /// Connects to the session bus, for as long as the process lives. The indicator library asks for the connection twice,
 /// each time on a thread of its own, and never registers the icon if the second answer comes too late: with the
-/// connection made before, neither has anything to wait for.
+/// connection made before, neither has anything to wait for. A bus that does not answer in time may answer later. Until
+/// then the library waits aside, but two others would hold up GTK's start for as long: they stay out of this run.
 void connect_to_session_bus() {
-    [[maybe_unused]] static GDBusConnection* const connection = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
+    enum class Bus { ASKED, ANSWERED, LATE };
+    static Bus bus = Bus::ASKED;
+    g_bus_get(
+        G_BUS_TYPE_SESSION, nullptr,
+        [](GObject*, GAsyncResult* result, gpointer) {
+            [[maybe_unused]] static GDBusConnection* const connection = g_bus_get_finish(result, nullptr);
+            bus = Bus::ANSWERED;
+        },
+        nullptr);
+    const guint limit = g_timeout_add_seconds(
+        PATIENCE_WITH_THE_BUS,
+        [](gpointer) -> gboolean {
+            bus = Bus::LATE;
+            return G_SOURCE_REMOVE;
+        },
+        nullptr);
+    while (bus == Bus::ASKED) g_main_context_iteration(nullptr, TRUE);
+    if (bus == Bus::ANSWERED) {
+        g_source_remove(limit);
+        return;
+    }
+    // The bridge to screen readers, and GVfs.
+    set_own_variable("NO_AT_BRIDGE", "1");
+    set_own_variable("GIO_USE_VFS", "local");
 }
 
 /// GLib ignores SIGPIPE from its first socket on, and every child would inherit that: a filter whose reader has quit
@@ -475,6 +500,7 @@ void prepare_process() {
 
 void app_run(int argc, char** argv) {
     prepare_process();
+    connect_to_session_bus();
 
     gtk_init(&argc, &argv);
     gtk_window_set_default_icon_name("org.veldrin.Veldrin");
@@ -486,7 +512,6 @@ void app_run(int argc, char** argv) {
     block_window_signals();
     setup_icons();
 
-    connect_to_session_bus();
     keep_broken_pipes_from_children();
     g_indicator = app_indicator_new("veldrin-watch", first_icon().c_str(), APP_INDICATOR_CATEGORY_SYSTEM_SERVICES);
     app_indicator_set_icon_theme_path(g_indicator, g_icon_dir.c_str());

@@ -168,6 +168,14 @@ static bool go_wrong(const char *function, const char *argument, atomic_flag *do
     _exit(99); /* no such fault */
 }
 
+int memfd_create(const char *name, unsigned int flags) {
+    static atomic_flag done = ATOMIC_FLAG_INIT;
+    if (go_wrong("memfd_create", name, &done)) return -1;
+    int (*real)(const char *, unsigned int);
+    FIND(real, "memfd_create");
+    return real(name, flags);
+}
+
 void gtk_init(int *argc, char ***argv) {
     static atomic_flag done = ATOMIC_FLAG_INIT;
     go_wrong("gtk_init", "", &done);

@@ -28,10 +28,10 @@ LAST_WORDS = {
 }
 
 
-def damaged(machine, place: str, damage: str):
-    """A program with this damage, and an older crash's report."""
+def damaged(machine, place: str, damage: str, function: str = ""):
+    """A program with this damage at the place, or earlier in that function, and an older crash's report."""
     (machine.runtime / REPORT).write_text(OLDER)
-    applet = come_to(machine, place, PLACES[place].plan(damage))
+    applet = come_to(machine, place, f"{function}={damage}" if function else PLACES[place].plan(damage))
     applet.expected_stderr = LAST_WORDS[damage]
     return applet
 
@@ -60,7 +60,7 @@ def test_damage_on_another_thread_leaves_no_half_report(machine, orphans, damage
 @pytest.mark.parametrize("damage", DAMAGES)
 def test_damage_before_there_are_other_threads_leaves_a_whole_report(machine, orphans, damage):  # noqa: F811
     # There is no lock yet.
-    applet = damaged(machine, "start", damage)
+    applet = damaged(machine, "start", damage, "memfd_create")
     # The child may meet the damage once more.
     applet.expected_stderr = f"(?:{LAST_WORDS[damage]}){{1,2}}"
     assert applet.exit_status(PATIENCE - 1) == -DAMAGES[damage]
