@@ -1,17 +1,19 @@
 """The stage of each test: a display for all tests of a worker, and a session bus, a panel and a user of its own."""
 
 import signal
-from collections.abc import Iterator
+from collections.abc import Callable, Iterator
 from pathlib import Path
 
 import pytest
 
 pytest.register_assert_rewrite(
-    "accessibility", "applet", "desktop", "hand", "kills", "panel", "probe", "soaking", "tools", "waiting", "worlds"
+    "accessibility", "applet", "compositor", "desktop", "hand", "kills", "panel", "probe", "soaking", "tools",
+    "waiting", "worlds",
 )
 
 import applet  # noqa: E402
 import desktop  # noqa: E402
+from compositor import Compositor  # noqa: E402
 from panel import Panel  # noqa: E402
 
 
@@ -30,6 +32,23 @@ def display(tmp_path_factory: pytest.TempPathFactory) -> Iterator[desktop.Displa
     display = desktop.Display(tmp_path_factory.mktemp("display"))
     yield display
     display.stop()
+
+
+@pytest.fixture(scope="session")
+def compositors(
+    display: desktop.Display, tmp_path_factory: pytest.TempPathFactory
+) -> Iterator[Callable[[int], Compositor]]:
+    """One for each scale: on Wayland the display decides, and not the program's environment."""
+    made: dict[int, Compositor] = {}
+
+    def with_scale(scale: int) -> Compositor:
+        if scale not in made:
+            made[scale] = Compositor(tmp_path_factory.mktemp("wayland"), display, scale)
+        return made[scale]
+
+    yield with_scale
+    for compositor in made.values():
+        compositor.stop()
 
 
 @pytest.fixture

@@ -2,32 +2,15 @@
 complain of while it opens, is drawn, used and closed."""
 
 import re
-from collections.abc import Callable, Iterator
-from pathlib import Path
 
 import pytest
 from applet import AT_ONCE
-from desktop import Display, Program
+from compositor import TOOLTIP
 from probe import ABOUT, ENTRIES, SETTINGS, SYSTEM, Module, Probe, machine_with_modules
 from tools import page
 from waiting import wait_until
 
 THEMES = ["Adwaita", "Adwaita:dark", "HighContrast", "HighContrastInverse"]
-
-# In a window on the X display: without any it has no seat, and GTK is lost without one.
-WESTON = ["weston", "--backend=x11-backend.so", "--use-pixman", "--width=1280", "--height=800"]
-CONFIGURATION = """[core]
-idle-time=0
-[shell]
-panel-position=none
-locking=false
-animation=none
-startup-animation=none
-close-animation=none
-"""
-
-# The pointer rests where the compositor puts windows, and GDK says this when one goes below its tooltip.
-TOOLTIP = r"(\n?\(veldrin:\d+\): Gdk-WARNING \*\*: [\d:.]+: Tried to unmap the parent of a popup\n)*"
 
 COMMITS = "".join(
     f"commit {number:040x}\nAuthor: Nautilus <nautilus@reef.invalid>\nDate:   Sat Sep 5 08:15:42 2026 +0000\n\n"
@@ -40,43 +23,10 @@ MODULES = [
 ]
 
 
-class Compositor:
-    """A Wayland compositor. `socket` is where programs find it."""
-
-    def __init__(self, folder: Path, display: Display, scale: int) -> None:
-        folder.chmod(0o700)
-        configuration = folder / "weston.ini"
-        configuration.write_text(CONFIGURATION)
-        self.socket = folder / "display"
-        environment = {"XDG_RUNTIME_DIR": str(folder), "HOME": str(folder), "DISPLAY": display.name}
-        options = [f"--config={configuration}", f"--socket={self.socket.name}", f"--scale={scale}"]
-        self._program = Program([*WESTON, *options], environment, folder, "weston")
-        wait_until(lambda: self.socket.exists() or not self._program.running, "the compositor")
-        assert self._program.running, self._program.stdout + self._program.stderr
-
-    def stop(self) -> None:
-        self._program.kill()
-
-
-@pytest.fixture(scope="session")
-def compositors(display: Display, tmp_path_factory: pytest.TempPathFactory) -> Iterator[Callable[[int], Compositor]]:
-    """One for each scale: there the display decides, and not the program's environment."""
-    made: dict[int, Compositor] = {}
-
-    def with_scale(scale: int) -> Compositor:
-        if scale not in made:
-            made[scale] = Compositor(tmp_path_factory.mktemp("wayland"), display, scale)
-        return made[scale]
-
-    yield with_scale
-    for compositor in made.values():
-        compositor.stop()
-
-
 def surroundings(compositors, backend: str, scale: int) -> dict[str, str | None]:
     if backend == "x11":
         return {"GDK_BACKEND": "x11", "GDK_SCALE": str(scale)}
-    return {"GDK_BACKEND": "wayland", "DISPLAY": None, "WAYLAND_DISPLAY": str(compositors(scale).socket)}
+    return compositors(scale).environment
 
 
 def is_drawn_afresh(probe: Probe, title: str) -> None:

@@ -13,7 +13,7 @@ from pathlib import Path
 import desktop
 import panel as panel_module
 import pytest
-from applet import AT_ONCE, BUILD, STEPS_OF_A_PAUSE, Machine, bubblewrap, state_text
+from applet import AT_ONCE, BUILD, SANITIZED, STEPS_OF_A_PAUSE, Machine, bubblewrap, state_text, without_panel
 from gi.repository import GLib
 from panel import Panel
 from probe import SETTINGS, SYSTEM, Module, Probe, machine_with_modules
@@ -21,8 +21,6 @@ from tools import LATER, PAGE, SYSTEM as SYSTEM_PATH, page
 from waiting import wait_until
 
 MISHAPS = BUILD / "tests" / "libmishaps.so"
-# The sanitizers take memory of their own, and keep what was given back.
-SANITIZED = BUILD.name in ("asan", "tsan")
 
 KNOWN = {"kernel": "7.2.3", "latest_kernel": "7.2.4", "mainline": "7.3-rc2", "stable": "7.2.4", "longterm": "6.18.31"}
 NEXT = {"mainline": "7.3-rc3", "stable": "7.2.5", "longterm": "6.18.32"}
@@ -405,10 +403,6 @@ def test_home_that_does_not_exist_costs_saving_alone(machine, menu_answers):
 
 
 # ---- Session bus and panel ----
-
-# Where no panel answers, the indicator library makes a tray icon of the old kind, and on its way reads beyond a list's
-# end, up to the next word that is not 0. That is the one right behind it, unless the memory is a sanitizer's.
-without_panel = pytest.mark.skipif(SANITIZED, reason="the indicator library reads beyond a list's end")
 
 
 @without_panel

@@ -1,0 +1,44 @@
+"""A Wayland compositor for tests."""
+
+from pathlib import Path
+
+from desktop import Display, Program
+from waiting import wait_until
+
+# In a window on the X display: without any it has no seat, and GTK is lost without one.
+WESTON = ["weston", "--backend=x11-backend.so", "--use-pixman", "--width=1280", "--height=800"]
+CONFIGURATION = """[core]
+idle-time=0
+[shell]
+panel-position=none
+locking=false
+animation=none
+startup-animation=none
+close-animation=none
+"""
+
+# The pointer rests where the compositor puts windows, and GDK says this when one goes below its tooltip.
+TOOLTIP = r"(\n?\(veldrin:\d+\): Gdk-WARNING \*\*: [\d:.]+: Tried to unmap the parent of a popup\n)*"
+
+
+class Compositor:
+    """A Wayland compositor. `socket` is where programs find it."""
+
+    def __init__(self, folder: Path, display: Display, scale: int) -> None:
+        folder.chmod(0o700)
+        configuration = folder / "weston.ini"
+        configuration.write_text(CONFIGURATION)
+        self.socket = folder / "display"
+        environment = {"XDG_RUNTIME_DIR": str(folder), "HOME": str(folder), "DISPLAY": display.name}
+        options = [f"--config={configuration}", f"--socket={self.socket.name}", f"--scale={scale}"]
+        self._program = Program([*WESTON, *options], environment, folder, "weston")
+        wait_until(lambda: self.socket.exists() or not self._program.running, "the compositor")
+        assert self._program.running, self._program.stdout + self._program.stderr
+
+    @property
+    def environment(self) -> dict[str, str | None]:
+        """What a program needs to come here."""
+        return {"GDK_BACKEND": "wayland", "DISPLAY": None, "WAYLAND_DISPLAY": str(self.socket)}
+
+    def stop(self) -> None:
+        self._program.kill()
