@@ -38,13 +38,18 @@ constexpr std::chrono::seconds FIRST_CHECK_DELAY{3};
 constexpr std::chrono::seconds SLEEP_STEP{1};
 constexpr int SLEEPS_BETWEEN_CHECKS = 1800;
 constexpr guint PATIENCE_WITH_THE_BUS = 5;  // seconds
+constexpr guint LABEL_REPEAT_MS = 1000;
 /// Beyond the numbers that scripts choose for files of their own.
 constexpr int LEAST_INHERITED_FILE = 200;
+/// Where the indicator library puts the icon on the session bus: below its own name, by the indicator's.
+constexpr char ITEM_PATH[] = "/org/ayatana/NotificationItem/veldrin_watch";
 
 AppState g_state;
 AppIndicator* g_indicator = nullptr;
 std::atomic<bool> g_running{true};
 std::string g_icon_dir;
+/// The timer that waits to repeat the label, or 0.
+guint g_label_repeat = 0;
 
 // ---- What the process needs before its first thread -----------------------------------------------------------------
 
@@ -284,6 +289,27 @@ void update_label() {
     g_free(valid);
 }
 
+/// Tells every panel the label, if there is one, as a property of the icon that has changed.
+gboolean repeat_label(gpointer) {
+    g_label_repeat = 0;
+    const gchar* label = app_indicator_get_label(g_indicator);
+    // The library's, too: a process has one connection.
+    GDBusConnection* bus = label ? g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr) : nullptr;
+    if (!bus) return G_SOURCE_REMOVE;
+    GVariant* change = g_variant_new_parsed("('org.kde.StatusNotifierItem', {'XAyatanaLabel': <%s>}, @as [])", label);
+    g_dbus_connection_emit_signal(bus, nullptr, ITEM_PATH, "org.freedesktop.DBus.Properties", "PropertiesChanged",
+                                  change, nullptr);
+    g_object_unref(bus);
+    return G_SOURCE_REMOVE;
+}
+
+/// A panel has taken the icon, or is gone. GNOME's extension reads the label before it knows that an icon may have one,
+/// and drops an equal one that comes later. What it is told a second later, it shows.
+void on_panel_changed(AppIndicator*, gboolean connected, gpointer) {
+    g_clear_handle_id(&g_label_repeat, g_source_remove);
+    if (connected) g_label_repeat = g_timeout_add(LABEL_REPEAT_MS, repeat_label, nullptr);
+}
+
 // ---- The periodic check ---------------------------------------------------------------------------------------------
 
 /// Takes a check's result, `data`, a KernelVersions on the heap that is ours from here on, into state, label and icon.
@@ -514,6 +540,7 @@ void app_run(int argc, char** argv) {
 
     keep_broken_pipes_from_children();
     g_indicator = app_indicator_new("veldrin-watch", first_icon().c_str(), APP_INDICATOR_CATEGORY_SYSTEM_SERVICES);
+    g_signal_connect(g_indicator, APP_INDICATOR_SIGNAL_CONNECTION_CHANGED, G_CALLBACK(on_panel_changed), nullptr);
     app_indicator_set_icon_theme_path(g_indicator, g_icon_dir.c_str());
     app_indicator_set_status(g_indicator, APP_INDICATOR_STATUS_ACTIVE);
     app_indicator_set_menu(g_indicator, GTK_MENU(create_menu()));

@@ -23,6 +23,7 @@ WATCHER_INTERFACE = """
 WATCHER = "org.kde.StatusNotifierWatcher"
 ITEM = "org.kde.StatusNotifierItem"
 MENU = "com.canonical.dbusmenu"
+LABEL_REPEATED = "PropertiesChanged"
 CALL_TIMEOUT_MS = 10_000
 
 
@@ -111,6 +112,18 @@ class Item:
 
     def _on_signal(self, connection, sender, path, interface, signal, arguments) -> None:
         self.signals.append((signal, *arguments.unpack()))
+
+    @property
+    def news(self) -> list[tuple]:
+        """Its signals but for the repeated label, which comes a second after the icon has been taken."""
+        return [signal for signal in self.signals if signal[0] != LABEL_REPEATED]
+
+    @property
+    def repeated_labels(self) -> list[str]:
+        repeats = [signal[1:] for signal in self.signals if signal[0] == LABEL_REPEATED]
+        labels = [values.get("XAyatanaLabel") for _, values, _ in repeats]
+        assert repeats == [(ITEM, {"XAyatanaLabel": label}, []) for label in labels]
+        return labels
 
     def properties(self) -> dict[str, Any]:
         method = ("org.freedesktop.DBus.Properties", "GetAll")

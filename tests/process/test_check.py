@@ -156,7 +156,7 @@ def test_failed_first_check_of_a_first_run_changes_nothing(machine, failure):
     applet = machine.start_and_check()
     assert applet.item.icon == "tux-red"
     assert applet.item.label == ""
-    assert applet.item.signals == []
+    assert applet.item.news == []
     assert machine.saved is None
 
 
@@ -169,7 +169,7 @@ def test_failed_check_keeps_what_is_known(machine, failure):
     applet = machine.start_and_check()
     assert applet.item.icon == "tux-green"
     assert applet.item.label == "6.18.31"
-    assert applet.item.signals == []
+    assert applet.item.news == []
     assert machine.saved == text
     assert machine.time_of_save == before
 
@@ -191,11 +191,11 @@ def test_unchanged_site_costs_neither_a_download_nor_a_write(machine):
     applet = machine.start_and_check()
     before = machine.time_of_save
     machine.tools.leave_unchanged()
-    signals = list(applet.item.signals)
+    news = applet.item.news
     for _ in range(5):
         applet.check()
     assert machine.time_of_save == before
-    assert applet.item.signals == signals
+    assert applet.item.news == news
     assert machine.tools.commands().count(page_command()) == 1
     assert len(machine.tools.commands()) == 2 + 5 * 2
 

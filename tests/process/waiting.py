@@ -29,3 +29,9 @@ def wait_until(condition: Callable[[], T], what: str | Callable[[], str], deadli
             raise AssertionError(f"waited {deadline:g} s in vain: {what if isinstance(what, str) else what()}")
         GLib.timeout_add(INTERVAL_MS, lambda: False)
         GLib.MainContext.default().iteration(True)
+
+
+def let_pass(seconds: float) -> None:
+    """Serves the panel for so long."""
+    end = time.monotonic() + seconds
+    wait_until(lambda: time.monotonic() > end, "the end of the time", 2 * seconds + DEADLINE)
