@@ -212,6 +212,15 @@ void drop_deprecation_notice(const char* domain, GLogLevelFlags level, const cha
     g_log_default_handler(domain, level, message, data);
 }
 
+// ---- What differs between displays ----------------------------------------------------------------------------------
+
+/// Without a panel the indicator library shows an icon in GTK's own tray. Only X11 has one: elsewhere nobody would see
+/// the icon, and GTK complains of it on the terminal.
+void keep_tray_of_gtk_to_x11() {
+    const std::string_view display = G_OBJECT_TYPE_NAME(gdk_display_get_default());
+    if (display != "GdkX11Display") APP_INDICATOR_GET_CLASS(g_indicator)->fallback = nullptr;
+}
+
 // ---- Tray icons -----------------------------------------------------------------------------------------------------
 
 /// Draws the penguin on a square of the given colour and writes it as a PNG file named `filename`, without extension.
@@ -540,6 +549,7 @@ void app_run(int argc, char** argv) {
 
     keep_broken_pipes_from_children();
     g_indicator = app_indicator_new("veldrin-watch", first_icon().c_str(), APP_INDICATOR_CATEGORY_SYSTEM_SERVICES);
+    keep_tray_of_gtk_to_x11();
     g_signal_connect(g_indicator, APP_INDICATOR_SIGNAL_CONNECTION_CHANGED, G_CALLBACK(on_panel_changed), nullptr);
     app_indicator_set_icon_theme_path(g_indicator, g_icon_dir.c_str());
     app_indicator_set_status(g_indicator, APP_INDICATOR_STATUS_ACTIVE);
