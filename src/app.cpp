@@ -11,6 +11,9 @@
 
 #include <fcntl.h>
 #include <gtk/gtk.h>
+#ifdef GDK_WINDOWING_WAYLAND
+#include <gdk/gdkwayland.h>
+#endif
 #include <libayatana-appindicator/app-indicator.h>
 #include <poll.h>
 #include <sys/mman.h>
@@ -219,6 +222,32 @@ void drop_deprecation_notice(const char* domain, GLogLevelFlags level, const cha
 void keep_tray_of_gtk_to_x11() {
     const std::string_view display = G_OBJECT_TYPE_NAME(gdk_display_get_default());
     if (display != "GdkX11Display") APP_INDICATOR_GET_CLASS(g_indicator)->fallback = nullptr;
+}
+
+#ifdef GDK_WINDOWING_WAYLAND
+/// Tells the desktop which desktop file a window belongs to that was just mapped: it finds the window's icon by that.
+/// GTK has told it the program's name just before. Menus and tooltips are windows, too; GDK passes them over.
+gboolean set_application_id(GSignalInvocationHint*, guint, const GValue* arguments, gpointer) {
+    gpointer widget = g_value_get_object(arguments);
+    if (GTK_IS_WINDOW(widget)) {
+        // snapd puts its own name for the snap before that of the file.
+        const char* id = running_as_snap() ? "veldrin_veldrin" : "org.veldrin.Veldrin";
+        gdk_wayland_window_set_application_id(gtk_widget_get_window(GTK_WIDGET(widget)), id);
+    }
+    // Again for the next one.
+    return TRUE;
+}
+#endif
+
+/// Sees to it that every window, those that GTK opens among them, says on Wayland which program it belongs to. On X11
+/// the class of a window does.
+void name_windows() {
+#ifdef GDK_WINDOWING_WAYLAND
+    if (!GDK_IS_WAYLAND_DISPLAY(gdk_display_get_default())) return;
+    // A signal is found once its class is there.
+    g_type_class_unref(g_type_class_ref(GTK_TYPE_WIDGET));
+    g_signal_add_emission_hook(g_signal_lookup("map", GTK_TYPE_WIDGET), 0, set_application_id, nullptr, nullptr);
+#endif
 }
 
 // ---- Tray icons -----------------------------------------------------------------------------------------------------
@@ -539,6 +568,7 @@ void app_run(int argc, char** argv) {
 
     gtk_init(&argc, &argv);
     gtk_window_set_default_icon_name("org.veldrin.Veldrin");
+    name_windows();
     // Numbers are read and written with a point, whatever the user's locale.
     setlocale(LC_NUMERIC, "C");
     // This starts no thread, and it may take its time.

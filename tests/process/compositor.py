@@ -1,5 +1,7 @@
-"""A Wayland compositor for tests."""
+"""A Wayland compositor for tests, and what the program has told it."""
 
+import re
+from dataclasses import dataclass, field
 from pathlib import Path
 
 from desktop import Display, Program
@@ -42,3 +44,36 @@ class Compositor:
 
     def stop(self) -> None:
         self._program.kill()
+
+
+@dataclass
+class Toplevel:
+    """A window as the compositor has been told of it."""
+
+    title: str = ""
+    ids_before_contents: list[str] = field(default_factory=list)
+    ids_afterwards: list[str] = field(default_factory=list)
+    has_contents: bool = False
+
+
+def toplevels(log: str) -> list[Toplevel]:
+    """Every window so far, by what a program writes with WAYLAND_DEBUG=client. Numbers of objects are used again."""
+    shells: dict[str, str] = {}  # of a surface, by its shell's number
+    windows: dict[str, Toplevel] = {}  # by the number of the surface
+    names: dict[str, Toplevel] = {}  # by the number of the window
+    found: list[Toplevel] = []
+    for kind, number, request, arguments in re.findall(r"-> (\w+)[@#](\d+)\.(\w+)\((.*)\)$", log, re.MULTILINE):
+        numbers = re.findall(r"[@#](\d+)", arguments)
+        if request == "get_xdg_surface":
+            shells[numbers[0]] = numbers[1]
+        elif request == "get_toplevel":
+            found.append(Toplevel())
+            windows[shells[number]] = names[numbers[0]] = found[-1]
+        elif request == "attach" and numbers and number in windows:
+            windows[number].has_contents = True
+        elif kind == "xdg_toplevel" and request == "set_title":
+            names[number].title = arguments.strip('"')
+        elif kind == "xdg_toplevel" and request == "set_app_id":
+            window = names[number]
+            (window.ids_afterwards if window.has_contents else window.ids_before_contents).append(arguments.strip('"'))
+    return found

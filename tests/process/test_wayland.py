@@ -1,12 +1,21 @@
 """What Wayland asks of a program beside what X11 does."""
 
+import re
+import subprocess
+
+import pytest
 from applet import BUILD, without_panel
+from compositor import TOOLTIP, toplevels
 from desktop import Display, Program
-from waiting import let_pass, wait_until
+from probe import ENTRIES, SETTINGS, Probe
+from waiting import DEADLINE, let_pass, wait_until
 
 SYSTEM_TRAY = BUILD / "tests" / "system_tray"
 # The indicator library waits a tenth of one for a panel before it looks for another tray.
 HALF_A_SECOND = 0.5
+
+# In a snap the indicator library minds where a test keeps its files.
+SNAP_WARNINGS = r"(\n?\(veldrin:\d+\): libayatana-appindicator-WARNING \*\*: [\d:.]+: Using '/tmp' paths in [^\n]*\n)*"
 
 
 # ---- Without a panel ----
@@ -43,3 +52,52 @@ def test_on_x11_the_icon_goes_to_a_tray_of_the_old_kind(machine, tmp_path):
     finally:
         tray.kill()
         display.stop()
+
+
+# ---- Whose a window is ----
+
+
+@pytest.mark.parametrize(
+    ("variables", "application_id"),
+    [
+        ({}, "org.veldrin.Veldrin"),
+        ({"FLATPAK_ID": "org.veldrin.Veldrin"}, "org.veldrin.Veldrin"),
+        ({"SNAP": "/snap/veldrin/x1", "SNAP_NAME": "veldrin"}, "veldrin_veldrin"),
+    ],
+    ids=["package", "flatpak", "snap"],
+)
+def test_every_window_says_which_desktop_file_is_its_own(machine, compositors, variables, application_id):
+    probe = Probe(machine.folder)
+    environment = {
+        **probe.options["environment"], **compositors(1).environment, **variables, "WAYLAND_DEBUG": "client",
+    }
+    applet = machine.start(preload=probe.options["preload"], environment=environment)
+    applet.expected_stderr = ".*"
+    # Twice: a window is built anew each time.
+    for _ in range(2):
+        for title in ENTRIES:
+            probe.open(applet, title)
+        # Below a dialog the other windows can't be closed.
+        for title in reversed(ENTRIES):
+            probe.close(title)
+    assert applet.quit() == 0
+
+    windows = toplevels(applet.stderr)
+    assert [window.title for window in windows] == [*ENTRIES, *ENTRIES]
+    for window in windows:
+        assert window.has_contents
+        assert window.ids_before_contents == ["veldrin", application_id]
+        assert window.ids_afterwards == []
+    said = "".join(line for line in applet.stderr.splitlines(keepends=True) if not re.match(r"\[ *\d+\.\d+\] ", line))
+    assert re.fullmatch((SNAP_WARNINGS if "SNAP" in variables else "") + TOOLTIP, said)
+
+
+def test_on_x11_a_window_keeps_the_programs_class(machine):
+    applet = machine.start()
+    applet.item.menu.click(SETTINGS)
+
+    def window_class() -> str:
+        asked = ["xprop", "-display", machine.environment["DISPLAY"], "-name", SETTINGS, "WM_CLASS"]
+        return subprocess.run(asked, capture_output=True, text=True, timeout=DEADLINE).stdout
+
+    assert wait_until(window_class, "the window") == 'WM_CLASS(STRING) = "veldrin", "Veldrin"\n'
