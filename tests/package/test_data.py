@@ -8,11 +8,13 @@ import signal
 import subprocess
 import xml.etree.ElementTree as xml
 from collections.abc import Iterator
+from io import BytesIO
 from pathlib import Path
 
 import pytest
 import yaml
 from gi.repository import GLib
+from PIL import Image
 
 ROOT = Path(__file__).resolve().parents[2]
 DATA = ROOT / "data"
@@ -160,6 +162,55 @@ def test_a_check_names_an_icon_that_is_gone_or_broken_or_of_another_size(tree, h
     result = render_art(tree, "--check")
     assert result.returncode == 1
     assert re.findall(r"data/icons/\d+\.png", result.stderr) == ["data/icons/128.png"]
+
+
+# ---- Symbolic icon ----
+
+SYMBOLIC = ROOT / "art/symbolic.svg"
+SVG = "{http://www.w3.org/2000/svg}"
+
+
+def test_the_symbolic_icon_is_one_plain_shape_of_16_units():
+    picture = xml.parse(SYMBOLIC).getroot()
+    assert {name: picture.get(name) for name in ("width", "height", "viewBox")} == {
+        "width": "16", "height": "16", "viewBox": "0 0 16 16",
+    }  # fmt: skip
+    # A desktop colours shapes by their fill: no stroke, no gradient and no style would follow.
+    (shape,) = picture
+    assert shape.tag == f"{SVG}path"
+    assert set(shape.attrib) == {"fill", "fill-rule", "d"}
+
+
+def symbolic_icon(size: int, colour: str, tmp_path: Path) -> Image.Image:
+    """The icon as a desktop draws it: with every fill set to a colour of its own."""
+    style = tmp_path / "style.css"
+    style.write_text(f"rect, circle, path {{ fill: {colour} !important }}")
+    command = ["rsvg-convert", "-w", str(size), "-h", str(size), "--stylesheet", style, SYMBOLIC]
+    return Image.open(BytesIO(subprocess.run(command, capture_output=True, check=True).stdout)).convert("RGBA")
+
+
+@pytest.mark.parametrize("size", [16, 22, 32, 64])
+@pytest.mark.parametrize("colour", ["#ffffff", "#000000", "#33d17a"])
+def test_the_symbolic_icon_takes_the_desktops_colour_alone(size, colour, tmp_path):
+    wanted = tuple(bytes.fromhex(colour[1:]))
+    solid = [pixel[:3] for pixel in symbolic_icon(size, colour, tmp_path).getdata() if pixel[3] == 255]
+    assert len(solid) > size * size // 4
+    assert set(solid) == {wanted}
+
+
+@pytest.mark.parametrize("size", [16, 32, 64])
+def test_the_symbolic_icon_is_a_penguin(size, tmp_path):
+    icon = symbolic_icon(size, "#000000", tmp_path)
+
+    def alpha(x: float, y: float) -> int:
+        return icon.getpixel((int(x * size / 16), int(y * size / 16)))[3]
+
+    for name, x, y in (("head", 8, 1), ("brow", 8, 4), ("flipper", 2, 9), ("chest", 8, 8.2), ("side", 4, 11),
+                       ("foot", 4, 15)):  # fmt: skip
+        assert alpha(x, y) == alpha(15.9 - x, y) > 200, name
+    for name, x, y in (("eye", 5.5, 3.5), ("beak", 7.5, 6.5), ("belly", 7.5, 11.5), ("between the feet", 7.5, 15.5),
+                       ("corner", 0, 0), ("under the flipper", 0, 13)):  # fmt: skip
+        assert alpha(x, y) == alpha(15.9 - x, y) < 55, name
 
 
 # ---- Manual ----
