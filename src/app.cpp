@@ -578,7 +578,10 @@ void app_run(int argc, char** argv) {
     setup_icons();
 
     keep_broken_pipes_from_children();
+    // Deprecated since 0.5.94, in favour of another library, which most distributions do not have yet.
+    G_GNUC_BEGIN_IGNORE_DEPRECATIONS
     g_indicator = app_indicator_new("veldrin-watch", first_icon().c_str(), APP_INDICATOR_CATEGORY_SYSTEM_SERVICES);
+    G_GNUC_END_IGNORE_DEPRECATIONS
     keep_tray_of_gtk_to_x11();
     g_signal_connect(g_indicator, APP_INDICATOR_SIGNAL_CONNECTION_CHANGED, G_CALLBACK(on_panel_changed), nullptr);
     app_indicator_set_icon_theme_path(g_indicator, g_icon_dir.c_str());

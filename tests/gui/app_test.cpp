@@ -222,7 +222,8 @@ class Applet : public testing::Test {
         g_state = AppState{};
         g_running = true;
         g_icon_dir = "/icons";
-        g_indicator = app_indicator_new("veldrin-watch", "/icons/tux-red", APP_INDICATOR_CATEGORY_SYSTEM_SERVICES);
+        g_indicator =
+            __real_app_indicator_new("veldrin-watch", "/icons/tux-red", APP_INDICATOR_CATEGORY_SYSTEM_SERVICES);
     }
     ~Applet() override { g_object_unref(g_indicator); }
 
