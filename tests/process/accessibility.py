@@ -95,7 +95,9 @@ class Node:
 
     @property
     def role(self) -> str:
-        return self._ask(ACCESSIBLE, "GetRoleName")
+        """What kind of thing it is. What was a push button is called a button in at-spi2 2.56."""
+        name = self._ask(ACCESSIBLE, "GetRoleName")
+        return "push button" if name == "button" else name
 
     @property
     def name(self) -> str:

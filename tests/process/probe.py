@@ -168,7 +168,8 @@ def machine_with_modules(
     for number, (path, contents) in enumerate(given.items()):
         made = folder / f"file-{number}"
         made.write_bytes(contents)
-        world += ["--ro-bind", made, path]
+        # Debian's /etc/os-release is a link, and not every bubblewrap mounts on what that leads to.
+        world += ["--ro-bind", made, os.path.realpath(path)]
     # Nor does this one have the folders of processes, which the search for leaks needs.
     world += ["--setenv", "ASAN_OPTIONS", machine.environment["ASAN_OPTIONS"] + ":detect_leaks=0"]
     return bubblewrap(*world, *options)
