@@ -436,8 +436,9 @@ def test_requests_can_be_forgotten(site: KernelSite, visitor: Visitor) -> None:
 
 def test_wget2_reads_the_page_and_leaves_the_home_alone(site: KernelSite, visitor: Visitor) -> None:
     assert visitor.run(f"wget2 -qO- --timeout=15 '{PAGE}' 2>/dev/null").stdout == visitor.curl(PAGE).stdout
-    assert list(visitor.home.rglob("*")) == []
-    assert site.requests()[0].agent.startswith("wget2/")
+    # Version 2.2 makes folders for what it is told not to keep.
+    assert [path for path in visitor.home.rglob("*") if not path.is_dir()] == []
+    assert re.match(r"wget2/1|Wget/2", site.requests()[0].agent)
 
 
 def test_wget2_spider_prints_a_status_line(site: KernelSite, visitor: Visitor) -> None:
@@ -446,9 +447,8 @@ def test_wget2_spider_prints_a_status_line(site: KernelSite, visitor: Visitor) -
     header = f"--header='If-Modified-Since: {site.last_modified}'"
     known = visitor.run(f"wget2 -S --spider {header} --timeout=10 '{PAGE}' 2>&1")
     assert known.returncode == 0 and f"HTTP response 304 Not Modified [{PAGE}]" in known.stdout
-    # Versions before 2.0 show no header lines with --spider, so that Last-Modified cannot be learned from them.
-    if re.search(r"Wget2 1\.", visitor.run("wget2 --version").stdout):
-        assert "modified:" not in (fresh.stdout + known.stdout).lower()
+    # It shows no header lines with --spider, so that Last-Modified cannot be learned from them.
+    assert "modified:" not in (fresh.stdout + known.stdout).lower()
 
 
 def test_http2_for_who_asks_for_it(tmp_path: Path) -> None:

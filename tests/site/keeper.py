@@ -14,6 +14,7 @@ import os
 import re
 import shutil
 import signal
+import ssl
 import subprocess
 import sys
 import tempfile
@@ -283,7 +284,8 @@ class Keeper:
         # The address is for those that take the proxy itself for a TLS server.
         names = ",".join([*(f"DNS:{host}" for host in HOSTS), "IP:127.0.0.1"])
         for arguments in (
-            ["-keyout", "ca.key", "-out", "ca.pem", "-subj", "/CN=Throw-away authority of a test"],
+            ["-keyout", "ca.key", "-out", "ca.pem", "-subj", "/CN=Throw-away authority of a test",
+             "-addext", "keyUsage=critical,keyCertSign"],
             ["-keyout", "site.key", "-out", "site.pem", "-subj", f"/CN={WWW}", "-CA", "ca.pem", "-CAkey", "ca.key",
              "-addext", f"subjectAltName={names}", "-addext", "basicConstraints=critical,CA:FALSE"],
         ):
@@ -391,6 +393,13 @@ class Keeper:
         request = await read_head(reader, first)
         if request is None:
             return
+        if whole := re.match(r"https://([^/:]+):443/", request.path):
+            # wget2 2.2 says no CONNECT, either, and leaves the TLS to the proxy.
+            self.connections.append(f"{whole[1]}:443")
+            head = [f"{request.method} {request.path} HTTP/1.1", *(": ".join(each) for each in request.headers.items())]
+            trust = ssl.create_default_context(cafile=self.folder / "ca.pem")
+            return await self.join("\r\n".join([*head, "", ""]).encode("latin-1"), reader, writer, ssl=trust,
+                                   server_hostname=whole[1])
         host, _, port = request.path.rpartition(":")
         self.connections.append(request.path)
         if request.method != "CONNECT" or port != "443":
@@ -402,8 +411,8 @@ class Keeper:
         writer.write(b"HTTP/1.1 200 Connection established\r\n\r\n")
         await self.join(b"", reader, writer)
 
-    async def join(self, first: bytes, reader: asyncio.StreamReader, writer: asyncio.StreamWriter) -> None:
-        site_reader, site_writer = await asyncio.open_unix_connection(self.folder / "tls.sock")
+    async def join(self, first: bytes, reader: asyncio.StreamReader, writer: asyncio.StreamWriter, **tls: Any) -> None:
+        site_reader, site_writer = await asyncio.open_unix_connection(self.folder / "tls.sock", **tls)
         site_writer.write(first)
         try:
             await asyncio.gather(self.pump(reader, site_writer), self.pump(site_reader, writer))
