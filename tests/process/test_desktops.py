@@ -6,7 +6,7 @@ import re
 import pytest
 from applet import AT_ONCE
 from compositor import TOOLTIP
-from probe import ABOUT, ENTRIES, SETTINGS, SYSTEM, Module, Probe, machine_with_modules
+from probe import ABOUT, CHANGES, ENTRIES, SETTINGS, SYSTEM, Module, Probe, machine_with_modules
 from tools import page
 from waiting import wait_until
 
@@ -29,9 +29,11 @@ def surroundings(compositors, backend: str, scale: int) -> dict[str, str | None]
     return compositors(scale).environment
 
 
-def is_drawn_afresh(probe: Probe, title: str) -> None:
-    """What was done last is on the display, or can be."""
+def is_drawn_afresh(probe: Probe, title: str, scale: int) -> None:
+    """What was done last in the window on top is on the display, or can be. A compositor may ask no frame of one that is
+    covered by then."""
     before = probe.windows()[title].frames
+    assert probe.windows()[title].scale == scale
     assert probe.do(f"draw {title}")
     wait_until(lambda: probe.windows()[title].frames > before, "another frame")
 
@@ -58,16 +60,17 @@ def test_windows_open_and_close_without_a_warning(machine, compositors, backend,
     assert probe.do("choose longterm")
     wait_until(lambda: applet.item.label == "6.18.31", "the other label")
     assert probe.do("choose stable")
+    is_drawn_afresh(probe, SETTINGS, scale)
     assert "fix the tide" in probe.changes(applet).texts
+    is_drawn_afresh(probe, CHANGES, scale)
     assert probe.open(applet, SYSTEM).rows[1][0] == "seaweed"
     assert probe.do("page 1") and probe.do("select 1")
     assert "depth = 12" in probe.windows()[SYSTEM].texts
     assert probe.do("filter kelp") and probe.do("click Reload") and probe.do("page 0")
+    is_drawn_afresh(probe, SYSTEM, scale)
     assert "Monitors Linux kernel releases from Kernhaven" in probe.open(applet, ABOUT).texts
+    is_drawn_afresh(probe, ABOUT, scale)
 
-    for title in ENTRIES:
-        is_drawn_afresh(probe, title)
-        assert probe.windows()[title].scale == scale
     # Below a dialog the other windows can't be closed.
     for title in reversed(ENTRIES):
         probe.close(title)
