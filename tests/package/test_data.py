@@ -104,6 +104,14 @@ def test_the_packages_of_all_systems_need_the_same_tools():
         assert f"'{tool}: " in arch, tool
 
 
+def test_the_packages_of_all_systems_bring_what_reads_gtks_icons():
+    control = (ROOT / "debian/control").read_text().split("\nPackage:")[1]
+    assert " librsvg2-common," in control.partition("\nRecommends:")[0].partition("\nDepends:")[2]
+    spec = (ROOT / "packaging/rpm/veldrin.spec").read_text()
+    assert re.search(r"^Requires: +\(librsvg2 or gdk-pixbuf-loader-rsvg\)$", spec, re.MULTILINE)
+    assert re.search(r"^depends=\(.*\blibrsvg\b.*\)$", (ROOT / "packaging/arch/PKGBUILD").read_text(), re.MULTILINE)
+
+
 # ---- Metainfo ----
 
 
