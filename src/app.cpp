@@ -224,6 +224,12 @@ void keep_tray_of_gtk_to_x11() {
     if (display != "GdkX11Display") APP_INDICATOR_GET_CLASS(g_indicator)->fallback = nullptr;
 }
 
+/// Names the icon folder among those of the icon theme. In GTK's own tray the indicator library looks for it there, and
+/// reads beyond the list's end, now and then into a crash, where it does not find it.
+void add_icon_folder_to_theme() {
+    gtk_icon_theme_append_search_path(gtk_icon_theme_get_default(), g_icon_dir.c_str());
+}
+
 #ifdef GDK_WINDOWING_WAYLAND
 /// Tells the desktop which desktop file a window belongs to that was just mapped: it finds the window's icon by that.
 /// GTK has told it the program's name just before. Menus and tooltips are windows, too; GDK passes them over.
@@ -583,6 +589,7 @@ void app_run(int argc, char** argv) {
     g_indicator = app_indicator_new("veldrin-watch", first_icon().c_str(), APP_INDICATOR_CATEGORY_SYSTEM_SERVICES);
     G_GNUC_END_IGNORE_DEPRECATIONS
     keep_tray_of_gtk_to_x11();
+    add_icon_folder_to_theme();
     g_signal_connect(g_indicator, APP_INDICATOR_SIGNAL_CONNECTION_CHANGED, G_CALLBACK(on_panel_changed), nullptr);
     app_indicator_set_icon_theme_path(g_indicator, g_icon_dir.c_str());
     app_indicator_set_status(g_indicator, APP_INDICATOR_STATUS_ACTIVE);

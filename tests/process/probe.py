@@ -171,5 +171,5 @@ def machine_with_modules(
         # Debian's /etc/os-release is a link, and not every bubblewrap mounts on what that leads to.
         world += ["--ro-bind", made, os.path.realpath(path)]
     # Nor does this one have the folders of processes, which the search for leaks needs.
-    world += ["--setenv", "ASAN_OPTIONS", machine.environment["ASAN_OPTIONS"] + ":detect_leaks=0"]
+    world += ["--setenv", "ASAN_OPTIONS", machine.without_leak_search["ASAN_OPTIONS"]]
     return bubblewrap(*world, *options)

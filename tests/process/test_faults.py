@@ -13,7 +13,7 @@ from pathlib import Path
 import desktop
 import panel as panel_module
 import pytest
-from applet import AT_ONCE, BUILD, SANITIZED, STEPS_OF_A_PAUSE, Machine, bubblewrap, state_text, without_panel
+from applet import AT_ONCE, BUILD, SANITIZED, STEPS_OF_A_PAUSE, Machine, bubblewrap, state_text
 from gi.repository import GLib
 from panel import Panel
 from probe import SETTINGS, SYSTEM, Module, Probe, machine_with_modules
@@ -405,7 +405,6 @@ def test_home_that_does_not_exist_costs_saving_alone(machine, menu_answers):
 # ---- Session bus and panel ----
 
 
-@without_panel
 def test_without_a_session_bus_it_watches_on_unseen(machine):
     machine.saves(**KNOWN)
     machine.tools.publish(page(**NEXT))
@@ -444,7 +443,6 @@ def test_end_of_the_session_bus_ends_it(machine, bus):
     assert not (machine.runtime / "Veldrin_crash.txt").exists()
 
 
-@without_panel
 def test_restarted_panel_gets_the_item_again(machine, menu_answers):
     machine.saves(**KNOWN)
     machine.tools.publish(page(**NEXT))

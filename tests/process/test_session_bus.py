@@ -10,7 +10,7 @@ from pathlib import Path
 
 import accessibility
 import pytest
-from applet import BUILD, Applet, Machine, state_text
+from applet import Applet, Machine, state_text
 from probe import SETTINGS, Probe
 from test_started_programs import LINKS, browser
 from tools import page
@@ -19,12 +19,6 @@ from waiting import wait_until
 # How long the start waits for the bus, in seconds, and how long a busy machine may take on top.
 PATIENCE = 5.0
 TOLERANCE = 10.0
-
-# Where no panel answers, the indicator library makes a tray icon of the old kind, and on its way reads beyond a list's
-# end, up to the next word that is not 0. That is the one right behind it, unless the memory is a sanitizer's.
-without_panel = pytest.mark.skipif(
-    BUILD.name in ("asan", "tsan"), reason="the indicator library reads beyond a list's end"
-)
 
 # On a user's desktop GTK's bridge to screen readers asks the session bus, too.
 BRIDGE = pytest.mark.parametrize("bridge", [None, "1"], ids=["accessible", "not-accessible"])
@@ -97,9 +91,8 @@ def half_a_bus(machine) -> Iterator[HalfABus]:
 
 
 def launch(machine: Machine, probe: Probe, **environment: str | None) -> Applet:
-    return machine.launch(
-        preload=probe.options["preload"], environment={**probe.options["environment"], **environment}
-    )
+    environment = {**probe.options["environment"], **machine.without_leak_search, **environment}
+    return machine.launch(preload=probe.options["preload"], environment=environment)
 
 
 def seconds_of_start(applet: Applet) -> float:
@@ -122,7 +115,6 @@ def watches_on_unseen(machine: Machine, applet: Applet, probe: Probe) -> None:
     assert (environment["NO_AT_BRIDGE"], environment["GIO_USE_VFS"]) == ("1", "local")
 
 
-@without_panel
 @BRIDGE
 def test_silent_bus_holds_up_the_start_for_five_seconds(machine, sleeper, bridge):
     machine.tools.publish(page(stable="7.2.4"))
@@ -134,7 +126,6 @@ def test_silent_bus_holds_up_the_start_for_five_seconds(machine, sleeper, bridge
     assert applet.exit_status() == -signal.SIGTERM
 
 
-@without_panel
 @BRIDGE
 def test_bus_that_never_greets_holds_up_the_start_for_five_seconds(machine, half_a_bus, bridge):
     machine.tools.publish(page(stable="7.2.4"))
@@ -164,7 +155,6 @@ def test_slow_bus_is_waited_for(machine, sleeper, bridge):
     assert applet.quit() == 0
 
 
-@without_panel
 @BRIDGE
 def test_bus_that_answers_later_shows_the_icon_then(machine, sleeper, bridge):
     machine.tools.publish(page(stable="7.2.4"))

@@ -204,8 +204,7 @@ def with_a_strangers_processes(machine: Machine) -> dict:
 def start_in(world: Callable[[Machine], dict], machine: Machine, environment: dict[str, str]) -> Applet:
     options = world(machine)
     # The search for leaks is a look into the process, too.
-    no_search = {"ASAN_OPTIONS": machine.environment["ASAN_OPTIONS"] + ":detect_leaks=0"}
-    environment = {**environment, **no_search, **options.pop("environment", {})}
+    environment = {**environment, **machine.without_leak_search, **options.pop("environment", {})}
     applet = machine.start(environment=environment, **options)
     if "SNAP" in environment:
         # The indicator library takes no path below /tmp for the panel's in one.
