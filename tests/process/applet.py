@@ -17,6 +17,7 @@ BUILD = (REPOSITORY / os.environ.get("VELDRIN_BUILD", "build/debug")).resolve()
 PROGRAM = BUILD / "veldrin"
 QUICK_SLEEP = BUILD / "tests" / "libquick_sleep.so"
 NOTICE = BUILD / "tests" / "libnotice.so"
+VFS = BUILD / "tests" / "libvfs.so"
 # The sanitizers take memory of their own, and keep what was given back.
 SANITIZED = BUILD.name in ("asan", "tsan")
 
@@ -273,6 +274,14 @@ class Machine:
             applet.kill()
         for applet in self._applets:
             applet.end()
+
+
+def with_gvfs(machine: Machine) -> dict[str, str]:
+    """The environment in which GIO finds the stand-in for GVfs, and it alone."""
+    modules = machine.folder / "gio-modules"
+    modules.mkdir()
+    (modules / VFS.name).symlink_to(VFS)
+    return {"GIO_EXTRA_MODULES": str(modules)}
 
 
 def bubblewrap(*options: str | Path) -> list[str | Path]:
