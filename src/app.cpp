@@ -203,9 +203,11 @@ void connect_to_session_bus() {
     set_own_variable("GIO_USE_VFS", "local");
 }
 
-/// GLib ignores SIGPIPE from its first socket on, and every child would inherit that: a filter whose reader has quit
-/// would complain on the terminal. A handler does as well for us, and ends with the child's exec.
+/// GLib ignores SIGPIPE from its first socket on and GVfs from its start on, and every child would inherit that: a filter
+/// whose reader has quit would complain on the terminal. A handler does as well for us, and ends with the child's exec.
 void keep_broken_pipes_from_children() {
+    // GVfs would start at the first use of a file, after this.
+    g_vfs_get_default();
     signal(SIGPIPE, [](int) {});
 }
 

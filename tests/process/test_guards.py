@@ -6,7 +6,7 @@ import signal
 from pathlib import Path
 
 import pytest
-from applet import NOTICE, state_text
+from applet import NOTICE, state_text, with_gvfs
 from tools import page
 from waiting import wait_until
 
@@ -45,14 +45,15 @@ def test_no_child_is_left_behind(machine):
     assert Path(f"/proc/{applet.pid}/task/{applet.pid}/children").read_text() == ""
 
 
-def test_children_take_a_broken_pipe_as_every_program_does(machine):
-    # GLib ignores it, and grep would complain on the terminal when the program quits before it.
+@pytest.mark.parametrize("gvfs", [False, True], ids=["", "gvfs"])
+def test_children_take_a_broken_pipe_as_every_program_does(machine, gvfs):
+    # GLib and GVfs ignore it, and grep would complain on the terminal when the program quits before it.
     seen = machine.folder / "status"
     wget = machine.tools.folder / "wget"
     machine.tools.remove("wget")
     wget.write_text(f"#!/bin/sh\nwhile read -r line; do echo \"$line\"; done </proc/self/status >'{seen}'\nexit 4\n")
     wget.chmod(0o755)
-    machine.start_and_check()
+    machine.start_and_check(environment=with_gvfs(machine) if gvfs else {})
     ignored = int(re.search(r"^SigIgn:\s*(\w+)$", seen.read_text(), re.MULTILINE)[1], 16)
     assert not ignored & 1 << (signal.SIGPIPE - 1)
 
