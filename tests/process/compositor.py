@@ -1,6 +1,7 @@
 """A Wayland compositor for tests, and what the program has told it."""
 
 import re
+from collections.abc import Callable
 from dataclasses import dataclass, field
 from pathlib import Path
 
@@ -8,7 +9,8 @@ from desktop import Display, Program
 from waiting import wait_until
 
 # In a window on the X display: without any it has no seat, and GTK is lost without one.
-WESTON = ["weston", "--backend=x11-backend.so", "--use-pixman", "--width=1280", "--height=800"]
+SIZE = [f"--width={Display.WIDTH}", f"--height={Display.HEIGHT}"]
+WESTON = ["weston", "--backend=x11-backend.so", "--use-pixman", *SIZE]
 CONFIGURATION = """[core]
 idle-time=0
 [shell]
@@ -44,6 +46,13 @@ class Compositor:
 
     def stop(self) -> None:
         self._program.kill()
+
+
+def surroundings(compositors: Callable[[int], Compositor], backend: str, scale: int = 1) -> dict[str, str | None]:
+    """What leads a program to a display of this kind, which is "x11" or "wayland"."""
+    if backend == "x11":
+        return {"GDK_BACKEND": "x11", "GDK_SCALE": str(scale)}
+    return compositors(scale).environment
 
 
 @dataclass

@@ -44,9 +44,12 @@ class Service:
 
 
 class Display(Service):
+    WIDTH, HEIGHT = 1280, 800
+
     def __init__(self, folder: Path) -> None:
-        screen = ["-screen", "0", "1280x800x24", "-nolisten", "tcp", "-noreset", "-displayfd", "{fd}"]
-        super().__init__(["Xvfb", *screen], folder / "xvfb.log")
+        screen = ["-screen", "0", f"{self.WIDTH}x{self.HEIGHT}x24"]
+        options = [*screen, "-nolisten", "tcp", "-noreset", "-displayfd", "{fd}"]
+        super().__init__(["Xvfb", *options], folder / "xvfb.log")
         self.name = f":{self.address}"
 
 

@@ -29,6 +29,8 @@ class Window:
     title: str
     frames: int  # drawn so far
     scale: int
+    width: int
+    height: int
     labels: list[Label] = field(default_factory=list)
     entries: list[str] = field(default_factory=list)
     boxes: list[frozenset[str]] = field(default_factory=list)
@@ -84,7 +86,8 @@ class Probe:
         windows: list[Window] = []
         for kind, *fields in self.answer(self.ask_later("dump")):
             if kind == "window":
-                windows.append(Window(fields[2], int(fields[0]), int(fields[1])))
+                *numbers, title = fields
+                windows.append(Window(title, *map(int, numbers)))
             elif kind == "row":
                 windows[-1].rows.append(fields)
             elif kind == "box":

@@ -5,7 +5,7 @@ import re
 
 import pytest
 from applet import AT_ONCE
-from compositor import TOOLTIP
+from compositor import TOOLTIP, surroundings
 from probe import ABOUT, CHANGES, ENTRIES, SETTINGS, SYSTEM, Module, Probe, machine_with_modules
 from tools import page
 from waiting import wait_until
@@ -21,12 +21,6 @@ MODULES = [
     Module(b"seaweed 20480 2 kelp, Live 0x0000000000000000", {b"version": b"1.5\n", b"parameters/depth": b"12\n"}),
     Module(b"kelp 1572864 0 - Loading 0x0000000000000000"),
 ]
-
-
-def surroundings(compositors, backend: str, scale: int) -> dict[str, str | None]:
-    if backend == "x11":
-        return {"GDK_BACKEND": "x11", "GDK_SCALE": str(scale)}
-    return compositors(scale).environment
 
 
 def is_drawn_afresh(probe: Probe, title: str, scale: int) -> None:

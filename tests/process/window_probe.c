@@ -2,11 +2,14 @@
  * listens on the socket that WINDOW_PROBE names, from the start of the main loop on. A connection brings one request
  * and takes one answer, records that end in RS, of fields that US parts:
  *
- *   dump                 window, frames drawn, scale, title; below it label, classes, text; box, classes; row, cells
+ *   dump                 window, frames drawn, scale, width, height, title; below it label, classes, text; box,
+ *                        classes; row, cells
  *   select NUMBER        selects that row of the table
  *   page NUMBER          turns to that page of the notebook
  *   filter TEXT          types into the first entry that can be written to
  *   click LABEL          presses a button
+ *   expand               opens every expander
+ *   scroll               scrolls everything to its far end
  *   choose ID            chooses in the first selector
  *   draw TITLE           has a window drawn once more
  *   close TITLE          closes a window as the window manager does
@@ -97,8 +100,11 @@ static void append_window(GtkWidget *window, void *data) {
     const char *title = gtk_window_get_title(GTK_WINDOW(window));
     /* The clock counts from -1 on. */
     const gint64 frames = gdk_frame_clock_get_frame_counter(gtk_widget_get_frame_clock(window)) + 1;
-    g_string_append_printf(out, "window" US "%" G_GINT64_FORMAT US "%d" US "%s" RS, frames,
-                           gtk_widget_get_scale_factor(window), title ? title : "");
+    int width = 0;
+    int height = 0;
+    gtk_window_get_size(GTK_WINDOW(window), &width, &height);
+    g_string_append_printf(out, "window" US "%" G_GINT64_FORMAT US "%d" US "%d" US "%d" US "%s" RS, frames,
+                           gtk_widget_get_scale_factor(window), width, height, title ? title : "");
     struct visit visit = {append_widget, out};
     walk(window, &visit);
 }
@@ -108,8 +114,13 @@ static void append_window(GtkWidget *window, void *data) {
 struct action {
     const char *name;
     const char *argument;
-    gboolean done;
+    gboolean done; /* and that was all */
+    gboolean some; /* and there may be more to do it on */
 };
+
+static void to_far_end(GtkAdjustment *adjustment) {
+    gtk_adjustment_set_value(adjustment, gtk_adjustment_get_upper(adjustment));
+}
 
 static void try_on(GtkWidget *widget, void *data) {
     struct action *action = data;
@@ -128,6 +139,13 @@ static void try_on(GtkWidget *widget, void *data) {
         gtk_entry_set_text(GTK_ENTRY(widget), action->argument);
     } else if (GTK_IS_COMBO_BOX(widget) && strcmp(action->name, "choose") == 0) {
         action->done = gtk_combo_box_set_active_id(GTK_COMBO_BOX(widget), action->argument);
+    } else if (GTK_IS_EXPANDER(widget) && strcmp(action->name, "expand") == 0) {
+        action->some = TRUE;
+        gtk_expander_set_expanded(GTK_EXPANDER(widget), TRUE);
+    } else if (GTK_IS_SCROLLED_WINDOW(widget) && strcmp(action->name, "scroll") == 0) {
+        action->some = TRUE;
+        to_far_end(gtk_scrolled_window_get_hadjustment(GTK_SCROLLED_WINDOW(widget)));
+        to_far_end(gtk_scrolled_window_get_vadjustment(GTK_SCROLLED_WINDOW(widget)));
     } else if (GTK_IS_BUTTON(widget) && strcmp(action->name, "click") == 0) {
         const char *label = gtk_button_get_label(GTK_BUTTON(widget));
         if (!label || strcmp(label, action->argument) != 0) return;
@@ -164,9 +182,9 @@ static void answer(char *request, GString *out) {
     }
     char *blank = strchr(request, ' ');
     if (blank) *blank = '\0';
-    struct action action = {request, blank ? blank + 1 : "", FALSE};
+    struct action action = {request, blank ? blank + 1 : "", FALSE, FALSE};
     for_each_window(try_in, &action);
-    g_string_append(out, action.done ? "done" RS : "none" RS);
+    g_string_append(out, action.done || action.some ? "done" RS : "none" RS);
 }
 
 static gboolean on_connection(int listener, GIOCondition condition, void *data) {
