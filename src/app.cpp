@@ -7,6 +7,7 @@
 #include "local_system.h"
 #include "state.h"
 #include "system_window.h"
+#include "theme.h"
 #include "tux_rgba.h"
 
 #include <fcntl.h>
@@ -331,7 +332,8 @@ void update_label() {
     if (ver.empty()) return;
     // The bus carries nothing but UTF-8, and a damaged state file may hold anything.
     gchar* valid = g_utf8_make_valid(ver.data(), static_cast<gssize>(ver.size()));
-    app_indicator_set_label(g_indicator, valid, valid);
+    const std::string label = theme_excerpt(valid);
+    app_indicator_set_label(g_indicator, label.c_str(), label.c_str());
     g_free(valid);
 }
 

@@ -49,9 +49,10 @@ GtkWidget* kv_row(const char* key, const std::string& value, const char* value_c
     GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 12);
     GtkWidget* name = key_label(key);
     gtk_box_pack_start(GTK_BOX(row), name, FALSE, FALSE, 0);
+    GtkWidget* text = left_label("", value_class);
     // A version may come from a damaged state file.
     gchar* valid = g_utf8_make_valid(value.data(), static_cast<gssize>(value.size()));
-    GtkWidget* text = left_label(theme_excerpt(valid).c_str(), value_class);
+    theme_show_excerpt(GTK_LABEL(text), valid);
     g_free(valid);
     gtk_label_set_selectable(GTK_LABEL(text), TRUE);
     // So a screen reader says whose value it reads.

@@ -166,8 +166,9 @@ GtkWidget* theme_header(const char* title, const char* subtitle, const char* acc
     gtk_widget_set_valign(texts, GTK_ALIGN_CENTER);
     GtkWidget* t = header_label(title, "hdr-title");
     gtk_box_pack_start(GTK_BOX(texts), t, FALSE, FALSE, 0);
-    GtkWidget* s = header_label(theme_excerpt(subtitle ? subtitle : "").c_str(), "hdr-subtitle");
+    GtkWidget* s = header_label("", "hdr-subtitle");
     gtk_label_set_line_wrap(GTK_LABEL(s), TRUE);
+    theme_show_excerpt(GTK_LABEL(s), subtitle ? subtitle : "");
     gtk_box_pack_start(GTK_BOX(texts), s, FALSE, FALSE, 0);
     gtk_box_pack_start(GTK_BOX(hdr), texts, TRUE, TRUE, 0);
 
@@ -177,7 +178,7 @@ GtkWidget* theme_header(const char* title, const char* subtitle, const char* acc
 
 void theme_header_set_subtitle(GtkWidget* header, const char* subtitle) {
     auto* label = static_cast<GtkLabel*>(g_object_get_data(G_OBJECT(header), SUBTITLE_KEY));
-    if (label) gtk_label_set_text(label, theme_excerpt(subtitle ? subtitle : "").c_str());
+    if (label) theme_show_excerpt(label, subtitle ? subtitle : "");
 }
 
 void theme_header_set_accent(GtkWidget* header, const char* accent_class) {

@@ -285,6 +285,18 @@ TEST_F(Applet, LabelIsTheChosenChannelsVersion) {
     EXPECT_EQ(label(), "7.2.4");
 }
 
+TEST_F(Applet, LabelIsAnExcerptOfAVersionThatNoPanelCouldShow) {
+    g_state.stable = "7.2.4" + std::string(65536, 'W');
+    update_label();
+    EXPECT_EQ(label(), "7.2.4" + std::string(494, 'W') + "…");
+    EXPECT_EQ(guide(), label());
+    g_state.stable = "7.2.4\n7.2.5";
+    update_label();
+    EXPECT_EQ(label(), "7.2.4…");
+    EXPECT_EQ(guide(), "7.2.4…");
+    EXPECT_EQ(selected_version(g_state), "7.2.4\n7.2.5");
+}
+
 TEST_F(Applet, UnknownChannelReadsAsStable) {
     g_state = AppState{"", "", "7.3-rc2", "7.2.4", "6.18.50", "Mainline"};
     EXPECT_EQ(&selected_version(g_state), &g_state.stable);

@@ -315,6 +315,68 @@ TEST_F(InfoWindow, IsAtLeastAsWideAsItsDefault) {
     EXPECT_GT(gtk_widget_get_allocated_width(info_win), width);
 }
 
+/// The display's width, and the window's size once it is on it.
+struct Extent {
+    int display;
+    int width;
+    int height;
+};
+
+Extent extent() {
+    EXPECT_TRUE(run_loop_until_drawn(info_win));
+    GdkRectangle display;
+    GdkDisplay* shown_on = gtk_widget_get_display(info_win);
+    gdk_monitor_get_workarea(gdk_display_get_monitor_at_window(shown_on, gtk_widget_get_window(info_win)), &display);
+    Extent extent{display.width, 0, 0};
+    gtk_window_get_size(GTK_WINDOW(info_win), &extent.width, &extent.height);
+    return extent;
+}
+
+TEST_F(InfoWindow, GrowsWithItsVersionsUpToTheDisplaysEdge) {
+    show_info_window(state, note_change);
+    const Extent ordinary = extent();
+    close_info_window();
+
+    state.mainline = std::string(70, '4');
+    show_info_window(state, note_change);
+    const Extent wider = extent();
+    EXPECT_GT(wider.width, ordinary.width);
+    EXPECT_LT(wider.width, wider.display);
+    EXPECT_FALSE(pango_layout_is_ellipsized(gtk_label_get_layout(GTK_LABEL(value(0)))));
+    close_info_window();
+
+    std::string tabs;
+    for (int i = 0; i < 100; ++i) tabs += "\t4";
+    for (const std::string& endless : {std::string(500, 'W'), std::string(65536, 'W'), tabs}) {
+        state.mainline = state.stable = state.longterm = g_running_kernel = endless;
+        show_info_window(state, note_change);
+        const Extent widest = extent();
+        EXPECT_LE(widest.width, widest.display);
+        EXPECT_EQ(widest.height, ordinary.height);
+        for (size_t i = 0; i < 3; ++i) EXPECT_EQ(text(value(i)), theme_excerpt(endless.c_str()));
+        EXPECT_TRUE(pango_layout_is_ellipsized(gtk_label_get_layout(GTK_LABEL(value(0)))));
+        EXPECT_TRUE(pango_layout_is_ellipsized(gtk_label_get_layout(GTK_LABEL(running_value()))));
+        close_info_window();
+    }
+}
+
+TEST_F(InfoWindow, GrowsNoHigherWithVersionsOfManyLines) {
+    show_info_window(state, note_change);
+    const Extent ordinary = extent();
+    close_info_window();
+    state.mainline = std::string(499, '\n');
+    state.stable = "7.2.4\n" + std::string(499, '\r');
+    state.longterm.clear();
+    for (int i = 0; i < 3000; ++i) state.longterm += "6.18\u2029";
+    show_info_window(state, note_change);
+    EXPECT_EQ(text(value(0)), "…");
+    EXPECT_EQ(text(value(1)), "7.2.4…");
+    EXPECT_EQ(text(value(2)), "6.18…");
+    const Extent higher = extent();
+    EXPECT_EQ(higher.width, ordinary.width);
+    EXPECT_EQ(higher.height, ordinary.height);
+}
+
 TEST_F(InfoWindow, LabelOfTheSelectorBelongsToIt) {
     show_info_window(state, note_change);
     GtkWidget* label = descendant(info_win, {0, 1, 0, 1, 0});

@@ -459,6 +459,49 @@ TEST(Excerpt, OfALongerTextIsItsStart) {
     EXPECT_EQ(theme_excerpt((start + std::string(65536, 'x')).c_str()), start + "…");
 }
 
+TEST(Excerpt, IsTheFirstLineOfATextWithMore) {
+    for (const char* end : {"\n", "\r", "\r\n", "\v", "\f", "\u0085", "\u2028", "\u2029"}) {
+        const std::string ending = end;
+        EXPECT_EQ(theme_excerpt(("7.2.4" + ending).c_str()), "7.2.4…");
+        EXPECT_EQ(theme_excerpt(("7.2.4" + ending + "7.2.5" + ending).c_str()), "7.2.4…");
+        EXPECT_EQ(theme_excerpt((ending + "7.2.4").c_str()), "…");
+        std::string many;
+        for (int i = 0; i < 499; ++i) many += ending;
+        EXPECT_EQ(theme_excerpt(many.c_str()), "…");
+    }
+}
+
+TEST(Excerpt, OfALongFirstLineIsItsStart) {
+    const std::string start(499, 'x');
+    EXPECT_EQ(theme_excerpt((start + "\nx").c_str()), start + "…");
+    EXPECT_EQ(theme_excerpt((start + "x\nx").c_str()), start + "…");
+    EXPECT_EQ(theme_excerpt((start + "xx\nx").c_str()), start + "…");
+}
+
+TEST(Excerpt, TakesNothingElseForALinesEnd) {
+    std::string text;
+    for (gunichar c = 1; c < 0x3000; ++c) {
+        gchar bytes[6];
+        const gint length = g_unichar_to_utf8(c, bytes);
+        const std::string letter(bytes, static_cast<size_t>(length));
+        const bool ends = (c >= 0xa && c <= 0xd) || c == 0x85 || c == 0x2028 || c == 0x2029;
+        EXPECT_EQ(theme_excerpt(("7" + letter + "2").c_str()), ends ? "7…" : "7" + letter + "2") << c;
+    }
+}
+
+TEST(Excerpt, HasNoSecondLineForPango) {
+    const Owned label(gtk_label_new(""));
+    for (gunichar c = 1; c < 0x11000; ++c) {
+        if (!g_unichar_validate(c)) continue;
+        gchar bytes[6];
+        const gint length = g_unichar_to_utf8(c, bytes);
+        const std::string text = "7" + std::string(bytes, static_cast<size_t>(length)) + "2";
+        PangoLayout* layout = gtk_widget_create_pango_layout(label, theme_excerpt(text.c_str()).c_str());
+        EXPECT_EQ(pango_layout_get_line_count(layout), 1) << c;
+        g_object_unref(layout);
+    }
+}
+
 TEST(AddClass, AddsToWhatIsThere) {
     const Owned widget(gtk_label_new("x"));
     theme_add_class(widget, "mono");
@@ -572,6 +615,75 @@ TEST_F(Header, EndlessSubtitleShowsItsStart) {
     theme_header_set_subtitle(made, endless.c_str());
     EXPECT_STREQ(gtk_label_get_text(GTK_LABEL(descendant(made, {1, 1}))), shown.c_str());
     g_object_unref(made);
+}
+
+/// A window with a header band, as wide as the narrowest of those that have one.
+class HeaderInAWindow : public Header {
+  protected:
+    HeaderInAWindow() {
+        gtk_window_set_default_size(GTK_WINDOW(window), 780, 400);
+        theme_apply(window);
+        gtk_container_add(GTK_CONTAINER(window), box);
+        gtk_box_pack_start(GTK_BOX(box), header, FALSE, FALSE, 0);
+        gtk_widget_show_all(window);
+        show("stable  ·  7.2.4  ·  released 2026-09-05");
+        ordinary = gtk_widget_get_allocated_height(header);
+    }
+    ~HeaderInAWindow() override { gtk_widget_destroy(window); }
+
+    void show(const std::string& text) {
+        theme_header_set_subtitle(header, text.c_str());
+        EXPECT_TRUE(run_loop_until_drawn(window));
+    }
+    PangoLayout* layout() {
+        return gtk_label_get_layout(GTK_LABEL(g_object_get_data(G_OBJECT(header), "subtitle-label")));
+    }
+    std::pair<int, int> size() {
+        int width = 0;
+        int height = 0;
+        gtk_window_get_size(GTK_WINDOW(window), &width, &height);
+        return {width, height};
+    }
+
+    GtkWidget* window = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+    GtkWidget* box = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
+    GtkWidget* header = theme_header("Latest Kernel Changes", nullptr, "acc-stable");
+    int ordinary = 0;
+};
+
+TEST_F(HeaderInAWindow, SubtitleOfManyWordsIsShownWhole) {
+    std::string text = "7.2.4";
+    for (int i = 0; i < 40; ++i) text += " heron";
+    show(text);
+    EXPECT_FALSE(pango_layout_is_ellipsized(layout()));
+    EXPECT_GT(pango_layout_get_line_count(layout()), 1);
+    EXPECT_EQ(size(), std::pair(780, 400));
+}
+
+TEST_F(HeaderInAWindow, SubtitleNeverWidensTheWindow) {
+    std::string tabs;
+    std::string cuneiform;
+    for (int i = 0; i < 499; ++i) tabs += '\t';
+    for (int i = 0; i < 499; ++i) cuneiform += "\U0001242b";
+    for (const std::string& text : {std::string(499, 'W'), std::string(65536, 'W'), tabs, cuneiform}) {
+        show("stable  ·  7.2.4" + text);
+        EXPECT_EQ(size(), std::pair(780, 400));
+        EXPECT_LT(gtk_widget_get_allocated_height(header), 350);
+    }
+}
+
+TEST_F(HeaderInAWindow, SubtitleOfManyLinesIsOne) {
+    std::string lines;
+    for (int i = 0; i < 3000; ++i) lines += "7.2.4\n";
+    show("stable  ·  " + lines);
+    EXPECT_EQ(gtk_widget_get_allocated_height(header), ordinary);
+}
+
+TEST_F(HeaderInAWindow, ShortSubtitleAfterALongOneIsAsEver) {
+    show(std::string(499, 'W'));
+    show("stable  ·  7.2.4  ·  released 2026-09-05");
+    EXPECT_EQ(gtk_widget_get_allocated_height(header), ordinary);
+    EXPECT_FALSE(pango_layout_is_ellipsized(layout()));
 }
 
 TEST_F(Header, TextsArePlain) {

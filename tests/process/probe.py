@@ -1,6 +1,7 @@
 """A look into the program's windows from outside, by window_probe.c, and a machine with modules for them to show."""
 
 import os
+import re
 import socket
 from collections.abc import Mapping, Sequence
 from dataclasses import dataclass, field
@@ -39,6 +40,12 @@ class Window:
     @property
     def texts(self) -> list[str]:
         return [label.text for label in self.labels]
+
+
+def excerpt(text: str) -> str:
+    """What the panel, a header and the overview show of a text."""
+    line, *more = re.split("[\n\v\f\r\x85\u2028\u2029]", text, maxsplit=1)
+    return line[:499] + "…" if more or len(line) > 500 else line
 
 
 class Probe:

@@ -8,7 +8,7 @@ from xml.sax.saxutils import escape
 
 import pytest
 from applet import state_text
-from probe import CHANGES, SETTINGS, SYSTEM, Module, Probe, machine_with_modules
+from probe import CHANGES, SETTINGS, SYSTEM, Module, Probe, excerpt, machine_with_modules
 from tools import HEADER, PAGE, header_command, headers, page, page_command
 from waiting import wait_until
 
@@ -50,11 +50,6 @@ LOADS = [["wget", "-qO-", "--timeout=15"], ["curl", "-sL", "--max-time", "15"]]
 def shown(text: bytes) -> str:
     """As GTK shows bytes: what is not UTF-8 as marks, by GLib's own rules."""
     return re.sub("[\udc80-\udcff]", "\N{REPLACEMENT CHARACTER}", text.decode(errors="surrogateescape"))
-
-
-def excerpt(text: str) -> str:
-    """What a header, and the overview, show of it."""
-    return text if len(text) <= 500 else text[:499] + "…"
 
 
 @pytest.fixture
@@ -218,7 +213,7 @@ def test_endless_version(hostile):
     answer(hostile, f"wget -qO- *{LOG}", COMMIT)
     probe = Probe(hostile.folder)
     applet = hostile.start_and_check(**probe.options)
-    assert applet.item.label == version
+    assert applet.item.label == excerpt(version)
     assert hostile.saved == state_text(mainline=version, stable=version, longterm=version, latest_kernel=version)
     assert excerpt(version) in probe.open(applet, SETTINGS).texts
     assert excerpt(f"stable  ·  {version}") in probe.changes(applet).texts
@@ -419,7 +414,7 @@ def test_saved_state(hostile, first):
     hostile.state_file.write_bytes(contents)
     probe = Probe(hostile.folder)
     applet = hostile.start_and_check(**probe.options)
-    assert applet.item.label == shown(texts[3])
+    assert applet.item.label == excerpt(shown(texts[3]))
     window = probe.open(applet, SETTINGS)
     assert {excerpt(shown(text)) for text in texts[2:]} <= set(window.texts)
     probe.close(SETTINGS)
