@@ -422,8 +422,12 @@ void update_module_status() {
     const int shown = gtk_tree_model_iter_n_children(g_filter, nullptr);
     std::string text = std::to_string(shown) + " of " + std::to_string(g_modules.size()) + " modules  ·  " +
                        std::to_string(count_in_use()) + " in use";
-    if (*filter_text()) text += std::string("  ·  filter: ") + filter_text();
+    const bool filtered = *filter_text();
+    if (filtered) text += std::string("  ·  filter: ") + filter_text();
     gtk_label_set_text(GTK_LABEL(g_mod_status), text.c_str());
+    // A filter may have been pasted: the window would grow with it beyond what a display can take, and stay so.
+    gtk_label_set_ellipsize(GTK_LABEL(g_mod_status), filtered ? PANGO_ELLIPSIZE_END : PANGO_ELLIPSIZE_NONE);
+    gtk_label_set_single_line_mode(GTK_LABEL(g_mod_status), filtered);
 }
 
 void refilter() {

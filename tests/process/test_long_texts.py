@@ -65,6 +65,22 @@ def stage(machine, compositors):
 
 
 @both_displays
+@pytest.mark.parametrize("text", ["W" * 6000, "W" * 65000, "reed\n" * 2500], ids=["6000", "65000", "lines"])
+def test_pasted_filter_leaves_the_window_as_it_is(machine, stage, backend, text):
+    listed = [Module(b"reed_%d 20480 0 - Live 0x0" % number) for number in range(60)]
+    there = stage(backend, around=machine_with_modules(machine, listed))
+    there.probe.open(there.applet, SYSTEM)
+    there.do("page 1")
+    assert there.size(SYSTEM) == SIZES[SYSTEM]
+    there.do(f"filter {text}")
+    assert f"0 of 60 modules  ·  0 in use  ·  filter: {text}" in there.probe.windows()[SYSTEM].texts
+    there.look_around(SYSTEM)
+    there.do("filter ")
+    assert "60 of 60 modules  ·  0 in use" in there.probe.windows()[SYSTEM].texts
+    assert there.size(SYSTEM) == SIZES[SYSTEM]
+
+
+@both_displays
 @all_texts
 def test_versions(machine, stage, backend, text):
     text = in_one_line(text)
