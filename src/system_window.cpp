@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -343,6 +344,34 @@ void show_module(const KernelModule& m) {
     show_detail();
 }
 
+/// Returns the height of the table without its titles.
+int height_of_rows(GtkTreeView* view) {
+    GdkRectangle rows;
+    gtk_tree_view_get_visible_rect(view, &rows);
+    return rows.height;
+}
+
+/// Returns where the selected row is, if there is one, counted from the upper edge of what is in sight.
+std::optional<GdkRectangle> selected_row(GtkTreeView* view) {
+    GtkTreeModel* model = nullptr;
+    GtkTreeIter iter;
+    if (!gtk_tree_selection_get_selected(gtk_tree_view_get_selection(view), &model, &iter)) return {};
+    GtkTreePath* path = gtk_tree_model_get_path(model, &iter);
+    GdkRectangle row;
+    gtk_tree_view_get_background_area(view, path, nullptr, &row);
+    gtk_tree_path_free(path);
+    return row;
+}
+
+/// Scrolls the table no further than until all of a row is in sight. GTK's own scrolling takes its time, and stops half
+/// way when the divider moves.
+void bring_into_sight(GtkTreeView* view, const GdkRectangle& row) {
+    const int below = row.y + row.height - height_of_rows(view);
+    const int by = row.y < 0 ? row.y : std::clamp(below, 0, row.y);
+    GtkAdjustment* place = gtk_scrollable_get_vadjustment(GTK_SCROLLABLE(view));
+    gtk_adjustment_set_value(place, gtk_adjustment_get_value(place) + by);
+}
+
 void on_selection_changed(GtkTreeSelection* sel, gpointer) {
     // The table loses its selection once more while the window goes.
     if (!g_detail_box) return;
@@ -359,6 +388,8 @@ void on_selection_changed(GtkTreeSelection* sel, gpointer) {
     KernelModule& m = g_modules[static_cast<size_t>(idx)];
     fill_module_details(m);
     show_module(m);
+    GtkTreeView* view = gtk_tree_selection_get_tree_view(sel);
+    if (const std::optional<GdkRectangle> row = selected_row(view)) bring_into_sight(view, *row);
 }
 
 // ---- Modules tab: the table -----------------------------------------------------------------------------------------
@@ -542,16 +573,15 @@ void add_text_column(GtkWidget* view, const char* title, int col, int sort_col, 
     gtk_tree_view_append_column(GTK_TREE_VIEW(view), column);
 }
 
-/// The divider moves up for the details of the row that was just selected, which must not vanish behind it.
-void keep_selection_in_sight(GtkWidget* view, GdkRectangle* area, gpointer) {
+/// The selected row must not vanish behind a divider that moves up. One that the user has scrolled away from stays where
+/// it is, and so does the table.
+void keep_selection_in_sight(GtkWidget* view, GdkRectangle*, gpointer) {
+    const int height = height_of_rows(GTK_TREE_VIEW(view));
     const int before = GPOINTER_TO_INT(g_object_get_data(G_OBJECT(view), HEIGHT_KEY));
-    g_object_set_data(G_OBJECT(view), HEIGHT_KEY, GINT_TO_POINTER(area->height));
-    GtkTreeModel* model = nullptr;
-    GtkTreeIter iter;
-    if (area->height >= before || !g_selection || !gtk_tree_selection_get_selected(g_selection, &model, &iter)) return;
-    GtkTreePath* path = gtk_tree_model_get_path(model, &iter);
-    gtk_tree_view_scroll_to_cell(GTK_TREE_VIEW(view), path, nullptr, FALSE, 0, 0);
-    gtk_tree_path_free(path);
+    g_object_set_data(G_OBJECT(view), HEIGHT_KEY, GINT_TO_POINTER(height));
+    if (height >= before) return;
+    const std::optional<GdkRectangle> row = selected_row(GTK_TREE_VIEW(view));
+    if (row && row->y < before && row->y + row->height > height) bring_into_sight(GTK_TREE_VIEW(view), *row);
 }
 
 /// Returns the table, empty. The store and the filter below it are made anew with each window, and stay behind.

@@ -1,4 +1,5 @@
-// The modules' page of the system window, on a machine with many modules: what a pasted filter does to it.
+// The modules' page of the system window, on a machine with many modules: what a pasted filter and a moving divider do
+// to what is in sight.
 #include "tree.h"
 
 #include "system_window.cpp"
@@ -15,9 +16,10 @@ std::string g_description;
 std::vector<KernelModule> get_loaded_modules(std::string& error) {
     error.clear();
     std::vector<KernelModule> modules(MODULES);
-    for (int i = 0; i < MODULES; ++i) {
-        modules[i].name = "reed_" + std::to_string(1000 + i);
-        modules[i].state = "Live";
+    int number = 1000;
+    for (KernelModule& module : modules) {
+        module.name = "reed_" + std::to_string(number++);
+        module.state = "Live";
     }
     return modules;
 }
@@ -103,6 +105,49 @@ class ModulePane : public testing::Test {
         gtk_entry_set_text(GTK_ENTRY(g_search), text);
         EXPECT_TRUE(run_loop_until_drawn(system_win));
     }
+
+    // ---- The table ----
+
+    static GtkTreeView* table() { return gtk_tree_selection_get_tree_view(g_selection); }
+    static GtkAdjustment* scroll_bar() { return gtk_scrollable_get_vadjustment(GTK_SCROLLABLE(table())); }
+    static int place() { return static_cast<int>(gtk_adjustment_get_value(scroll_bar())); }
+    /// The height of the rows' part.
+    static int table_height() {
+        GdkRectangle rows;
+        gtk_tree_view_get_visible_rect(table(), &rows);
+        return rows.height;
+    }
+    /// Where a row's upper edge is, counted from the first one in sight.
+    static GdkRectangle row(int number) {
+        GtkTreePath* path = gtk_tree_path_new_from_indices(number, -1);
+        GdkRectangle row;
+        gtk_tree_view_get_background_area(table(), path, nullptr, &row);
+        gtk_tree_path_free(path);
+        return row;
+    }
+    static bool in_sight(int number) {
+        return row(number).y >= 0 && row(number).y + row(number).height <= table_height();
+    }
+
+    static void scroll_to(int place) {
+        gtk_adjustment_set_value(scroll_bar(), place);
+        settle();
+        ASSERT_EQ(ModulePane::place(), place);
+    }
+    /// Selects a row as a key does, and waits until the divider has moved for it and the table has scrolled there.
+    static void select(int number) {
+        GtkTreePath* path = gtk_tree_path_new_from_indices(number, -1);
+        gtk_tree_view_set_cursor(table(), path, nullptr, FALSE);
+        gtk_tree_path_free(path);
+        settle();
+        ASSERT_TRUE(run_loop_until([number] { return in_sight(number); })) << number;
+    }
+    static void move_divider(int by) {
+        const int wanted = table_height() + by;
+        gtk_paned_set_position(GTK_PANED(g_mod_pane), gtk_paned_get_position(GTK_PANED(g_mod_pane)) + by);
+        settle();
+        ASSERT_EQ(table_height(), wanted);
+    }
 };
 
 // ---- What is pasted into the filter ---------------------------------------------------------------------------------
@@ -149,6 +194,108 @@ TEST_F(ModulePane, StatusLineStaysAsHighWhileTheUserTypes) {
     EXPECT_EQ(status(), "100 of 200 modules  ·  0 in use  ·  filter: reed_11");
     EXPECT_EQ(status_height(), height);
     EXPECT_FALSE(pango_layout_is_ellipsized(gtk_label_get_layout(GTK_LABEL(g_mod_status))));
+}
+
+// ---- What stays in sight when the divider moves ---------------------------------------------------------------------
+
+TEST_F(ModulePane, RowThatTheUserScrolledAwayFromStaysThere) {
+    select(2);
+    scroll_to(1500);
+    move_divider(-5);
+    EXPECT_EQ(place(), 1500);
+    move_divider(-100);
+    EXPECT_EQ(place(), 1500);
+    move_divider(105);
+    EXPECT_EQ(place(), 1500);
+}
+
+TEST_F(ModulePane, RowFurtherDownThanTheTableReachesStaysThere) {
+    select(150);
+    scroll_to(0);
+    move_divider(-5);
+    EXPECT_EQ(place(), 0);
+    // It begins just where the table ended.
+    scroll_to(150 * row(0).height - table_height());
+    ASSERT_EQ(row(150).y, table_height());
+    const int before = place();
+    move_divider(-5);
+    EXPECT_EQ(place(), before);
+}
+
+TEST_F(ModulePane, RowInSightIsNotPassedByTheDivider) {
+    select(150);
+    scroll_to(150 * row(0).height - table_height() + row(0).height);
+    ASSERT_TRUE(in_sight(150));
+    for (int i = 0; i < 10; ++i) {
+        const int before = place();
+        move_divider(-5);
+        EXPECT_TRUE(in_sight(150));
+        EXPECT_EQ(place(), before + 5);
+    }
+}
+
+TEST_F(ModulePane, RowInSightIsNotOvertakenByAQuickDivider) {
+    select(150);
+    while (table_height() > 100) {
+        const int before = table_height();
+        gtk_paned_set_position(GTK_PANED(g_mod_pane), gtk_paned_get_position(GTK_PANED(g_mod_pane)) - 60);
+        // No longer than until the next step can come.
+        ASSERT_TRUE(run_loop_until([before] { return table_height() < before; }));
+    }
+    settle();
+    EXPECT_TRUE(in_sight(150));
+}
+
+TEST_F(ModulePane, RowChosenFromAfarIsInSightBesideItsDetails) {
+    // The divider moves up, down, and not at all.
+    const std::pair<int, const char*> steps[] = {
+        {199, ""}, {3, "a\nb\nc\nd\ne\nf\ng\nh"}, {180, "a\nb"}, {9, ""}, {120, ""}, {10, "a\nb\nc\nd"}};
+    for (const auto& [number, description] : steps) {
+        g_description = description;
+        select(number);
+    }
+}
+
+TEST_F(ModulePane, DetailsThatFitLeaveTheTableWhereItWas) {
+    // The divider stays, so the next time that it moves the user is the one who moves it.
+    select(2);
+    select(3);
+    scroll_to(1500);
+    move_divider(-5);
+    EXPECT_EQ(place(), 1500);
+}
+
+TEST_F(ModulePane, RowPartlyInSightComesWhollyIntoSight) {
+    select(150);
+    // Its upper third.
+    scroll_to(150 * row(0).height - table_height() + row(0).height / 3);
+    ASSERT_FALSE(in_sight(150));
+    move_divider(-row(0).height);
+    EXPECT_TRUE(in_sight(150));
+}
+
+TEST_F(ModulePane, RowCutByTheTitlesIsNotTheDividersBusiness) {
+    select(20);
+    const int place_of_row = 20 * row(0).height;
+    scroll_to(place_of_row + 5);
+    move_divider(-50);
+    EXPECT_EQ(place(), place_of_row + 5);
+}
+
+TEST_F(ModulePane, RowInSightStaysInItsPlaceWhenTheTableGetsHigher) {
+    select(150);
+    const int before = place();
+    move_divider(-50);
+    const int then = place();
+    EXPECT_GE(then, before);
+    move_divider(50);
+    EXPECT_EQ(place(), then);
+}
+
+TEST_F(ModulePane, WithoutASelectionTheTableStaysWhereItIs) {
+    scroll_to(1500);
+    move_divider(-50);
+    EXPECT_EQ(place(), 1500);
 }
 
 }  // namespace
