@@ -5,19 +5,16 @@ import os
 import re
 import shutil
 import signal
-import sys
-from collections.abc import Callable, Iterator
+from collections.abc import Callable
 from pathlib import Path
 
 import pytest
-from applet import BUILD, PROGRAM, Applet, Machine
+from applet import PROGRAM, Applet, Machine
 from probe import ABOUT, SETTINGS, Probe, machine_with_modules
 from test_crash import GERMAN, dies, no_core_dump, orphans  # noqa: F401
-from tools import HERE, SYSTEM, RealTools
+from test_real_tools import KernelSite, site  # noqa: F401
+from tools import SYSTEM, RealTools
 from waiting import wait_until
-
-sys.path.append(str(HERE.parent / "site"))
-from kernel_site import KernelSite  # noqa: E402
 
 VARIABLES = ("SYSTEM_WGETRC", "SYSTEM_WGET2RC")
 
@@ -67,13 +64,6 @@ class Witness:
         return self.file("page").read_text()
 
 
-@pytest.fixture
-def site() -> Iterator[KernelSite]:
-    with KernelSite() as site:
-        site.publish(mainline="7.9-rc3", stable="7.8.4", longterm="7.6.21")
-        yield site
-
-
 def browser(machine: Machine) -> Witness:
     """The user's program for web pages and for mail."""
     witness = Witness(machine.folder / "browser", LOGGING, FETCHING)
@@ -117,7 +107,7 @@ def of(users: dict[str, str]) -> dict[str, str | None]:
 
 
 @pytest.mark.parametrize("window", LINKS)
-def test_what_a_link_starts_finds_the_users_own_environment(machine, site, users, window):
+def test_what_a_link_starts_finds_the_users_own_environment(machine, site, users, window):  # noqa: F811
     witness = browser(machine)
     follow(machine, window, **site.environment, **users)
     assert witness.settings == of(users)
@@ -164,7 +154,7 @@ class Commands:
             assert self.wget.file(name).read_text() == f"{before}tries = 2\n"
 
 
-def test_a_command_reads_the_settings_and_inherits_no_file(machine, site, users):
+def test_a_command_reads_the_settings_and_inherits_no_file(machine, site, users):  # noqa: F811
     commands = Commands(machine, site, users)
     commands.check(machine.start(environment=commands.environment))
     commands.check_settings()
@@ -214,7 +204,7 @@ def start_in(world: Callable[[Machine], dict], machine: Machine, environment: di
 
 
 @pytest.mark.parametrize("world", [snap, without_processes, with_a_strangers_processes, not_dumpable])
-def test_a_command_that_may_not_look_into_the_applet_inherits_the_files(machine, site, users, world):
+def test_a_command_that_may_not_look_into_the_applet_inherits_the_files(machine, site, users, world):  # noqa: F811
     commands = Commands(machine, site, users)
     applet = start_in(world, machine, commands.environment)
     commands.check(applet)
@@ -225,7 +215,7 @@ def test_a_command_that_may_not_look_into_the_applet_inherits_the_files(machine,
     assert all(number > 100 and "veldrin" in target for number, target in inherited.items())
 
 
-def test_where_so_high_a_number_is_not_to_be_had_the_variables_stay_the_users(machine, site, users):
+def test_where_so_high_a_number_is_not_to_be_had_the_variables_stay_the_users(machine, site, users):  # noqa: F811
     commands = Commands(machine, site, users)
 
     def few_files(machine: Machine) -> dict:
