@@ -328,6 +328,16 @@ def test_one_that_never_gets_ready_is_left_alone_and_told(installed):
     assert installed.wait_for_window("Settings") == start.applet.process.pid
 
 
+def test_one_that_is_the_last_of_all_processes_is_waited_for(installed):
+    # In a world of its own it has the number 2, and nothing comes behind that.
+    shutil.copy(shutil.which("sleep", path=SYSTEM_PATH), installed.program)
+    world = ["unshare", "--user", "--map-root-user", "--pid", "--fork", "--mount-proc", "--"]
+    run = [*world, "sh", "-c", f"'{installed.program}' 60 & exec '{installed.script}' open"]
+    environment = installed.environment
+    result = subprocess.run(run, env=environment, capture_output=True, text=True, timeout=3 * PATIENCE, check=False)
+    assert (result.returncode, result.stderr) == (1, NOT_READY)
+
+
 def test_one_that_ends_while_it_is_waited_for_is_replaced(installed):
     start = HeldStart(installed)
     click = installed.begin("changes")
