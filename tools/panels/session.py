@@ -1,0 +1,243 @@
+"""A desktop session on a display of its own: what a host stands on, and the eyes and the mouse of who sits before it."""
+
+from __future__ import annotations
+
+import ctypes
+import contextlib
+import os
+import signal
+import subprocess
+import time
+from collections.abc import Callable, Sequence
+from pathlib import Path
+from typing import NoReturn, TypeVar
+
+from PIL import Image, ImageGrab
+
+T = TypeVar("T")
+
+SCREEN = (1280, 800)
+BACKGROUND = "#5b7c99"
+DEADLINE = 30.0
+LOOKS_A_SECOND = 20
+STILL_FOR = 0.6
+# What is started so ends with this script, even where that is killed.
+TIED = ("setpriv", "--pdeathsig", "KILL", "--")
+SYSTEM_BUS = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>system</type>
+  <listen>unix:path={path}</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow eavesdrop="true"/>
+    <allow own="*"/>
+  </policy>
+</busconfig>
+"""
+
+
+class Failure(Exception):
+    pass
+
+
+def fail(problem: str) -> NoReturn:
+    raise Failure(problem)
+
+
+class Session:
+    """A display, a session bus and a home. `environment` is what programs get; hosts add to it."""
+
+    def __init__(self, folder: Path) -> None:
+        self.folder = folder
+        self.home = folder / "home"
+        self.runtime = folder / "run"
+        self.config = self.home / ".config"
+        for made in (self.config, self.home / ".local" / "share", self.home / ".cache", self.runtime):
+            made.mkdir(parents=True, mode=0o700)
+        self.log = (folder / "log.txt").open("ab")
+        self.environment = {
+            "PATH": "/usr/local/bin:/usr/bin:/bin:/usr/local/sbin:/usr/sbin:/sbin",
+            "LANG": "C.UTF-8",
+            "HOME": str(self.home),
+            "USER": os.environ.get("USER", ""),
+            "SHELL": "/bin/sh",
+            "XDG_RUNTIME_DIR": str(self.runtime),
+            "XDG_CONFIG_HOME": str(self.config),
+            "XDG_DATA_DIRS": "/usr/local/share:/usr/share",
+            "XDG_SESSION_TYPE": "x11",
+            # No machine of ours has a graphics card for this.
+            "LIBGL_ALWAYS_SOFTWARE": "1",
+            "GTK_USE_PORTAL": "0",
+        }
+        self._kept: dict[str, subprocess.Popen] = {}
+
+        size = f"{SCREEN[0]}x{SCREEN[1]}x24"
+        number = self.start_server("Xvfb", "-screen", "0", size, "-nolisten", "tcp", "-noreset", "-displayfd", "{fd}")
+        self.display = f":{number}"
+        self.environment["DISPLAY"] = self.display
+        self.run("xsetroot", "-solid", BACKGROUND)
+        self.environment["DBUS_SESSION_BUS_ADDRESS"] = self.start_server(
+            "dbus-daemon", "--session", "--nofork", "--nopidfile", "--nosyslog", "--print-address={fd}"
+        )
+
+    # ---- Programs ----
+
+    def start(self, *command: str | Path, pass_fds: Sequence[int] = (), **environment: str) -> subprocess.Popen:
+        return subprocess.Popen(
+            [*TIED, *command],
+            env={**self.environment, **environment},
+            cwd=self.home,
+            stdin=subprocess.DEVNULL,
+            stdout=self.log,
+            stderr=self.log,
+            pass_fds=pass_fds,
+            start_new_session=True,
+        )
+
+    def keep(self, name: str, *command: str | Path, **environment: str) -> None:
+        """Starts a program that `drop` ends by that name."""
+        self._kept[name] = self.start(*command, **environment)
+
+    def drop(self, name: str) -> None:
+        stop(self._kept.pop(name))
+
+    def start_server(self, *command: str) -> str:
+        """Starts a server that writes where it is to {fd}."""
+        read_end, write_end = os.pipe()
+        try:
+            self.start(*(word.replace("{fd}", str(write_end)) for word in command), pass_fds=[write_end])
+        finally:
+            os.close(write_end)
+        with os.fdopen(read_end) as answer:
+            return answer.readline().strip() or fail(f"{command[0]} did not start")
+
+    def run(self, *command: str | Path, **environment: str) -> str:
+        """Runs a command to its end and returns what it says, or nothing if it fails."""
+        done = subprocess.run(
+            command, env={**self.environment, **environment}, cwd=self.home, stdin=subprocess.DEVNULL,
+            stdout=subprocess.PIPE, stderr=self.log, text=True, timeout=DEADLINE,
+        )
+        return done.stdout.strip() if done.returncode == 0 else ""
+
+    def write(self, path: str, text: str) -> None:
+        """A file below the home."""
+        file = self.home / path
+        file.parent.mkdir(parents=True, exist_ok=True)
+        file.write_text(text)
+
+    # ---- Buses ----
+
+    def tell_bus(self) -> None:
+        """Services that the bus starts from now on get this environment, too."""
+        names = ("DISPLAY", "WAYLAND_DISPLAY", "XDG_RUNTIME_DIR", "XDG_CURRENT_DESKTOP", "XDG_SESSION_TYPE",
+                 "XDG_CONFIG_DIRS", "QT_QPA_PLATFORM", "GDK_BACKEND", "LIBGL_ALWAYS_SOFTWARE")
+        known = [f"{name}={self.environment[name]}" for name in names if name in self.environment]
+        self.run("dbus-update-activation-environment", *known)
+
+    def has_name(self, name: str) -> bool:
+        bus = ("--dest", "org.freedesktop.DBus", "--object-path", "/org/freedesktop/DBus")
+        return "true" in self.run("gdbus", "call", "--session", *bus, "--method",
+                                  "org.freedesktop.DBus.NameHasOwner", name)
+
+    def wait_for_name(self, name: str) -> None:
+        self.wait(lambda: self.has_name(name), f"nobody owns {name}")
+
+    def start_system_bus(self, *templates: str) -> None:
+        """A system bus of the session's own, with stand-ins for the services of these names."""
+        path = self.folder / "system-bus"
+        configuration = self.folder / "system-bus.conf"
+        configuration.write_text(SYSTEM_BUS.format(path=path))
+        self.environment["DBUS_SYSTEM_BUS_ADDRESS"] = f"unix:path={path}"
+        self.start_server("dbus-daemon", f"--config-file={configuration}", "--nofork", "--nopidfile", "--nosyslog",
+                          "--print-address={fd}")
+        for template in templates:
+            self.start("/usr/bin/python3", "-m", "dbusmock", "--system", "--template", template)
+        if "logind" in templates:
+            self._log_in()
+
+    def _log_in(self) -> None:
+        """A seat, and this user's session on it."""
+        mock = ("gdbus", "call", "--system", "--dest", "org.freedesktop.login1", "--object-path",
+                "/org/freedesktop/login1", "--method")
+        user = str(os.getuid())
+        name = self.environment["USER"]
+        method = "org.freedesktop.DBus.Mock."
+        self.wait(lambda: self.run(*mock, method + "AddSeat", "seat0"), "no stand-in for logind")
+        self.run(*mock, method + "AddUser", user, name, "true")
+        self.run(*mock, method + "AddSession", "c1", "seat0", user, name, "true")
+        self.environment["XDG_SESSION_ID"] = "c1"
+
+    # ---- Eyes and mouse ----
+
+    def screenshot(self) -> Image.Image:
+        return ImageGrab.grab(xdisplay=self.display).convert("RGB")
+
+    def still(self, patience: float = DEADLINE) -> Image.Image:
+        """A picture of the screen once nothing on it has changed for a while."""
+        last = self.screenshot()
+        since = time.monotonic()
+
+        def settled() -> bool:
+            nonlocal last, since
+            picture = self.screenshot()
+            if picture.tobytes() != last.tobytes():
+                last, since = picture, time.monotonic()
+            return time.monotonic() - since > STILL_FOR
+
+        self.wait(settled, "the screen does not come to rest", patience)
+        return last
+
+    def xdotool(self, *words: str | int) -> str:
+        return self.run("xdotool", *map(str, words), DISPLAY=self.display)
+
+    def click(self, x: int, y: int, button: int = 1) -> None:
+        self.xdotool("mousemove", x, y)
+        # A compositor must have told the panel where the pointer is before the button goes down.
+        time.sleep(0.2)
+        self.xdotool("click", button)
+
+    def point_nowhere(self) -> None:
+        """Takes the pointer off everything that would light up under it."""
+        self.xdotool("mousemove", SCREEN[0] // 2, SCREEN[1] - 150)
+
+    def wait(self, condition: Callable[[], T], problem: str, patience: float = DEADLINE) -> T:
+        """Returns the condition's first result that counts as true."""
+        return self.hopes(condition, patience) or fail(f"after {patience:g} seconds: {problem}")
+
+    def hopes(self, condition: Callable[[], T], patience: float = DEADLINE) -> T:
+        """Returns the condition's first result that counts as true, or in the end its last one."""
+        end = time.monotonic() + patience
+        while not (result := condition()) and time.monotonic() < end:
+            time.sleep(1 / LOOKS_A_SECOND)
+        return result
+
+
+def stop(process: subprocess.Popen) -> None:
+    """Ends a program with all that it has started in its session."""
+    for number in (signal.SIGTERM, signal.SIGKILL):
+        with contextlib.suppress(ProcessLookupError):
+            os.killpg(process.pid, number)
+        with contextlib.suppress(subprocess.TimeoutExpired):
+            process.wait(5)
+            return
+
+
+def adopt_orphans() -> None:
+    """Makes this process the parent of every child's child that loses its own, so that none escapes."""
+    PR_SET_CHILD_SUBREAPER = 36
+    ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1)
+
+
+def end_children() -> None:
+    """Ends all that is left: politely, and after three seconds not so."""
+    end = time.monotonic() + 3
+    while children := [
+        int(child) for threads in Path("/proc/self/task").glob("*/children") for child in threads.read_text().split()
+    ]:
+        for child in children:
+            with contextlib.suppress(ProcessLookupError, ChildProcessError):
+                os.kill(child, signal.SIGTERM if time.monotonic() < end else signal.SIGKILL)
+                os.waitpid(child, os.WNOHANG)
+        time.sleep(0.02)
