@@ -4,17 +4,14 @@ from __future__ import annotations
 
 from collections.abc import Callable
 from dataclasses import dataclass
-from typing import TYPE_CHECKING
 
-if TYPE_CHECKING:
-    from session import Session
+import desktops
+from desktops import Session
 
 Box = tuple[int, int, int, int]
 
-INDICATORS = "/usr/libexec/ayatana-indicator-application/ayatana-indicator-application-service"
-WATCHER = "org.kde.StatusNotifierWatcher"
-TOP = (0, 0, 1280, 40)
-BOTTOM = (0, 752, 1280, 800)
+
+MATE = ("mate-panel", "marco", "mate-themes", "mate-settings-daemon-common")
 
 # What the walk itself needs.
 TOOLS = (
@@ -36,7 +33,7 @@ class Host:
     start: Callable[[Session], None]
     panel_goes: Callable[[Session], None]
     panel_comes: Callable[[Session], None]
-    panel: Box  # where on the screen it stands
+    panel: Box  # where on the screen it stands, and no menu does
     # What it is known to do.
     icon: tuple[int, int] = (22, 22)
     differing: int = 0  # pixels of the icon, at most
@@ -46,86 +43,97 @@ class Host:
     terminal: str = ""  # a pattern for what the program prints during the walk
 
 
-# ---- Xfce ----
-
-
-def start_xfce(session: Session, plugin: str) -> None:
-    session.environment["XDG_CURRENT_DESKTOP"] = "XFCE"
-    channel = "xfce4/xfconf/xfce-perchannel-xml/xfce4-panel.xml"
-    session.write(f".config/{channel}", XFCE_PANEL.replace("{plugin}", plugin))
-    session.tell_bus()
-    session.start("xfwm4", "--compositor=off")
-    if plugin == "indicator":
-        session.start(INDICATORS)
-        session.wait_for_name(WATCHER)
-    xfce_panel_comes(session)
-
-
-def xfce_panel_comes(session: Session) -> None:
-    session.keep("panel", "xfce4-panel", "--disable-wm-check")
-    session.wait_for_name("org.xfce.Panel")
-
-
-XFCE_PANEL = """<?xml version="1.0" encoding="UTF-8"?>
-<channel name="xfce4-panel" version="1.0">
-  <property name="configver" type="int" value="2"/>
-  <property name="panels" type="array">
-    <value type="int" value="1"/>
-    <property name="panel-1" type="empty">
-      <property name="position" type="string" value="p=6;x=0;y=0"/>
-      <property name="position-locked" type="bool" value="true"/>
-      <property name="length" type="uint" value="100"/>
-      <property name="size" type="uint" value="32"/>
-      <property name="icon-size" type="uint" value="22"/>
-      <property name="plugin-ids" type="array">
-        <value type="int" value="1"/>
-        <value type="int" value="2"/>
-        <value type="int" value="3"/>
-        <value type="int" value="4"/>
-      </property>
-    </property>
-  </property>
-  <property name="plugins" type="empty">
-    <property name="plugin-1" type="string" value="applicationsmenu"/>
-    <property name="plugin-2" type="string" value="separator">
-      <property name="expand" type="bool" value="true"/>
-      <property name="style" type="uint" value="0"/>
-    </property>
-    <property name="plugin-3" type="string" value="{plugin}">
-      <property name="square-icons" type="bool" value="false"/>
-    </property>
-    <property name="plugin-4" type="string" value="separator">
-      <property name="expand" type="bool" value="true"/>
-      <property name="style" type="uint" value="0"/>
-    </property>
-  </property>
-</channel>
-"""
-
-
-# ---- The table ----
-
 HOSTS = (
     Host(
         "xfce-systray",
         "Xfce, status tray plugin",
         ("xfce4-panel", "xfconf", "xfwm4"),
         ("xfce4-panel",),
-        lambda session: start_xfce(session, "systray"),
-        lambda session: session.drop("panel"),
-        xfce_panel_comes,
-        TOP,
+        desktops.start_xfce_systray,
+        desktops.drop_panel,
+        desktops.xfce_panel_comes,
+        (0, 0, 1280, 32),
     ),
     Host(
         "xfce-indicator",
         "Xfce, indicator plugin",
         ("xfce4-panel", "xfconf", "xfwm4", "xfce4-indicator-plugin", "ayatana-indicator-application"),
         ("xfce4-indicator-plugin", "ayatana-indicator-application"),
-        lambda session: start_xfce(session, "indicator"),
-        lambda session: session.drop("panel"),
-        xfce_panel_comes,
-        TOP,
+        desktops.start_xfce_indicator,
+        desktops.drop_panel,
+        desktops.xfce_panel_comes,
+        (0, 0, 1280, 32),
         label=True,
         right="its own menu",
+    ),
+    Host(
+        "mate-indicator",
+        "MATE, indicator applet",
+        (*MATE, "mate-indicator-applet", "ayatana-indicator-application"),
+        ("mate-indicator-applet", "ayatana-indicator-application"),
+        desktops.start_mate_indicator,
+        desktops.drop_panel,
+        desktops.mate_panel_comes,
+        (0, 0, 1280, 28),
+        icon=(22, 20),
+        label=True,
+        right="its own menu",
+    ),
+    Host(
+        "mate-tray",
+        "MATE, notification area",
+        MATE,
+        ("mate-panel",),
+        desktops.start_mate_tray,
+        desktops.drop_panel,
+        desktops.mate_panel_comes,
+        (0, 0, 1280, 28),
+        icon=(26, 26),
+        label=True,
+        left="nothing",
+    ),
+    Host(
+        "lxqt",
+        "LXQt",
+        ("lxqt-panel", "openbox", "lxqt-themes"),
+        ("lxqt-panel",),
+        desktops.start_lxqt,
+        desktops.drop_panel,
+        desktops.lxqt_panel_comes,
+        (0, 0, 1280, 32),
+        left="nothing",
+    ),
+    Host(
+        "waybar",
+        "Waybar on sway",
+        ("sway", "waybar"),
+        ("waybar", "sway"),
+        desktops.start_waybar,
+        desktops.drop_panel,
+        desktops.waybar_comes,
+        (0, 0, 1280, 32),
+    ),
+    Host(
+        "gnome",
+        "GNOME Shell with AppIndicators",
+        ("gnome-shell", "gnome-shell-extension-appindicator", "libgl1-mesa-dri", "python3-dbusmock"),
+        ("gnome-shell", "gnome-shell-extension-appindicator"),
+        desktops.start_gnome,
+        desktops.gnome_panel_goes,
+        desktops.gnome_panel_comes,
+        (0, 0, 1280, 32),
+        icon=(16, 16),
+        label=True,
+    ),
+    Host(
+        "plasma",
+        "KDE Plasma",
+        ("kwin-wayland", "plasma-workspace", "plasma-desktop", "breeze", "breeze-gtk-theme", "kde-config-gtk-style",
+         "libgl1-mesa-dri", "python3-dbusmock"),
+        ("plasma-workspace",),
+        desktops.start_plasma,
+        desktops.drop_panel,
+        desktops.plasma_panel_comes,
+        (0, 740, 1280, 800),
     ),
 )

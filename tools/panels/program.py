@@ -42,15 +42,14 @@ class Program:
         self._binary = binary
         self._quick_sleep = quick_sleep
         self._tools = Tools(session.folder / "tools")
-        self._tools.answer("wget -qO- *releases.json", status=4)
-        for version in (FIRST, NEXT):
-            self._tools.answer(f"wget -qO- *ChangeLog-{version}*", stdout=changelog(version))
         self._said = session.folder / "terminal.txt"
         self._process: subprocess.Popen | None = None
 
     def publish(self, stable: str) -> None:
         day = {FIRST: "Sat, 05 Sep 2026 08:15:42 GMT", NEXT: "Mon, 14 Sep 2026 17:01:09 GMT"}[stable]
         self._tools.publish(page(mainline="7.3-rc2", stable=stable, longterm="6.18.50"), day)
+        self._tools.answer("wget -qO- *releases.json", status=4)
+        self._tools.answer(f"wget -qO- *ChangeLog-{stable}", stdout=changelog(stable))
 
     def start(self) -> None:
         # The counters of quick_sleep.c: long sleeps allowed and begun, steps of a pause allowed and begun.

@@ -127,6 +127,17 @@ class Session:
         file.parent.mkdir(parents=True, exist_ok=True)
         file.write_text(text)
 
+    def enter_compositor(self, name: str = "") -> None:
+        """Programs that are started from now on show in the compositor of that name, or in the one that comes."""
+
+        def socket() -> Path | None:
+            return next((path for path in self.runtime.glob(name or "wayland-*") if path.is_socket()), None)
+
+        self.environment |= {"WAYLAND_DISPLAY": self.wait(socket, "no compositor").name, "XDG_SESSION_TYPE": "wayland",
+                             "GDK_BACKEND": "wayland", "QT_QPA_PLATFORM": "wayland"}
+        self.environment.pop("DISPLAY")
+        self.tell_bus()
+
     # ---- Buses ----
 
     def tell_bus(self) -> None:

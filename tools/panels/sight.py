@@ -22,7 +22,6 @@ FAINT = 4
 # Of an icon's pixels, at most: beyond this it is another picture.
 SHARE_OF_ANOTHER = 0.2
 # Letters must be some thirty pixels high to be read well.
-ENLARGED = 4
 SIZES_TO_READ = (3, 4, 5, 6, 8)
 MARGIN = 4
 VERSION = re.compile(r"\d+\.\d+(\.\d+|-rc\d+)?")
@@ -133,10 +132,10 @@ def recognise(page: bytes, *options: str) -> str:
     return subprocess.run(command, input=page, capture_output=True, check=True, env=environment).stdout.decode()
 
 
-def read(picture: Image.Image, box: Box) -> list[Line]:
-    """The lines of text in that part of the picture, from top to bottom."""
-    page = prepared(picture.crop(box), ENLARGED)
-    return list(lines_of(recognise(page, "--psm", "6", "tsv"), box))
+def read(picture: Image.Image, box: Box, times: int = 4) -> list[Line]:
+    """The lines of text in that part of the picture, from top to bottom, read when enlarged so many times."""
+    page = prepared(picture.crop(box), times)
+    return list(lines_of(recognise(page, "--psm", "6", "tsv"), box, times))
 
 
 def read_version(picture: Image.Image, box: Box) -> str:
@@ -158,7 +157,7 @@ def is_ruled(picture: Image.Image, box: Box) -> bool:
     return len(lines) > 1 and any(not near(one, other, FAINT) for one, other in zip(lines, lines[1:]))
 
 
-def lines_of(table: str, box: Box) -> Iterable[Line]:
+def lines_of(table: str, box: Box, times: int) -> Iterable[Line]:
     """The lines in the reader's table of words."""
     lines: dict[tuple[str, ...], list[tuple[str, Box]]] = {}
     for record in table.splitlines()[1:]:
@@ -168,7 +167,7 @@ def lines_of(table: str, box: Box) -> Iterable[Line]:
             continue
         left, top, width, height = (int(number) for number in fields[6:10])
         place = tuple(
-            offset + number // ENLARGED - MARGIN
+            offset + number // times - MARGIN
             for offset, number in zip((box[0], box[1]) * 2, (left, top, left + width, top + height))
         )
         lines.setdefault(tuple(fields[2:5]), []).append((fields[11], place))

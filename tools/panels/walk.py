@@ -40,7 +40,7 @@ class Window:
 
 WINDOWS = (
     Window("Settings", "settings", "Channel"),
-    Window("Latest Changes", "changes", "Refresh"),
+    Window("Latest Changes", "changes", f"Linux {NEXT}"),
     Window("System & Modules", "system", "INSTALLED KERNELS"),
     Window("About", "about", "Monitors Linux kernel releases"),
 )
@@ -144,7 +144,8 @@ class Walk:
         self.session.point_nowhere()
         before = self.session.still()
         left, top, right, bottom = self._icon.box
-        self.session.click((left + right) // 2, (top + bottom) // 2, BUTTONS[button])
+        # Some menus open where the pointer is, and are to stand clear of the panel.
+        self.session.click((left + right) // 2, bottom - 2, BUTTONS[button])
 
         def opened() -> Box | None:
             return changed(before, self.session.screenshot(), self.host.panel)
@@ -191,7 +192,7 @@ class Walk:
             nonlocal shown
             picture = self.session.still()
             box = changed(before, picture, self.host.panel)
-            shown = read(picture, box) if box else []
+            shown = read(picture, box, 2) if box else []
             return any(window.words in line.text for line in shown)
 
         self.record.windows[window.name] = self.chooses(window.entry) and self.session.hopes(drawn, PATIENCE)

@@ -1,0 +1,185 @@
+"""How each desktop comes up, and how its panel alone goes and comes."""
+
+from __future__ import annotations
+
+import string
+from pathlib import Path
+from typing import TYPE_CHECKING
+
+if TYPE_CHECKING:
+    from session import Session
+else:
+    Session = object  # the list of packages can be read before the libraries are there that a session needs
+
+INDICATORS = "/usr/libexec/ayatana-indicator-application/ayatana-indicator-application-service"
+WATCHER = "org.kde.StatusNotifierWatcher"
+EXTENSION = "ubuntu-appindicators@ubuntu.com"
+SETTINGS = Path(__file__).with_name("settings")
+
+
+def settings(session: Session, source: str, target: str, **values: str) -> None:
+    """Puts a file of settings into the home."""
+    session.write(target, string.Template((SETTINGS / source).read_text()).substitute(values))
+
+
+def gsettings(session: Session, schema: str, **values: str) -> None:
+    for key, value in values.items():
+        session.run("gsettings", "set", schema, key.replace("_", "-"), value)
+
+
+def drop_panel(session: Session) -> None:
+    session.drop("panel")
+
+
+def start_indicators(session: Session) -> None:
+    """The service that hands icons on to the indicator plugins of panels."""
+    session.start(INDICATORS)
+    session.wait_for_name(WATCHER)
+
+
+# ---- Xfce ----
+
+
+def start_xfce(session: Session, plugin: str) -> None:
+    session.environment["XDG_CURRENT_DESKTOP"] = "XFCE"
+    target = ".config/xfce4/xfconf/xfce-perchannel-xml/xfce4-panel.xml"
+    settings(session, "xfce4-panel.xml", target, plugin=plugin)
+    session.tell_bus()
+    session.start("xfwm4", "--compositor=off")
+
+
+def start_xfce_systray(session: Session) -> None:
+    start_xfce(session, "systray")
+    xfce_panel_comes(session)
+
+
+def start_xfce_indicator(session: Session) -> None:
+    start_xfce(session, "indicator")
+    start_indicators(session)
+    xfce_panel_comes(session)
+
+
+def xfce_panel_comes(session: Session) -> None:
+    session.keep("panel", "xfce4-panel", "--disable-wm-check")
+    session.wait_for_name("org.xfce.Panel")
+
+
+# ---- MATE ----
+
+
+def start_mate(session: Session, applet: str) -> None:
+    session.environment["XDG_CURRENT_DESKTOP"] = "MATE"
+    session.tell_bus()
+    panel = "org.mate.panel"
+    gsettings(session, panel, toplevel_id_list="['top']", object_id_list="['tray']")
+    gsettings(session, f"{panel}.toplevel:/org/mate/panel/toplevels/top/", orientation="top", size="28", expand="true",
+              enable_animations="false")
+    gsettings(session, f"{panel}.object:/org/mate/panel/objects/tray/", object_type="applet", applet_iid=applet,
+              toplevel_id="top", position="600")
+    session.start("/usr/libexec/mate-settings-daemon")
+    session.start("marco", "--no-composite")
+
+
+def start_mate_indicator(session: Session) -> None:
+    start_mate(session, "IndicatorAppletCompleteFactory::IndicatorAppletComplete")
+    start_indicators(session)
+    mate_panel_comes(session)
+
+
+def start_mate_tray(session: Session) -> None:
+    start_mate(session, "NotificationAreaAppletFactory::NotificationArea")
+    mate_panel_comes(session)
+
+
+def mate_panel_comes(session: Session) -> None:
+    session.keep("panel", "mate-panel")
+    session.wait_for_name(WATCHER)
+
+
+# ---- LXQt ----
+
+
+def start_lxqt(session: Session) -> None:
+    session.environment |= {"XDG_CURRENT_DESKTOP": "LXQt", "QT_QPA_PLATFORMTHEME": "lxqt"}
+    settings(session, "lxqt-panel.conf", ".config/lxqt/panel.conf")
+    session.tell_bus()
+    session.start("openbox")
+    lxqt_panel_comes(session)
+
+
+def lxqt_panel_comes(session: Session) -> None:
+    session.keep("panel", "lxqt-panel")
+    session.wait_for_name(WATCHER)
+
+
+# ---- Waybar ----
+
+
+def start_waybar(session: Session) -> None:
+    settings(session, "sway", ".config/sway/config")
+    settings(session, "waybar.json", ".config/waybar/config")
+    settings(session, "waybar.css", ".config/waybar/style.css")
+    session.environment["XDG_CURRENT_DESKTOP"] = "sway"
+    session.start("sway", WLR_BACKENDS="x11", WLR_RENDERER="pixman", WLR_LIBINPUT_NO_DEVICES="1")
+    session.enter_compositor()
+    waybar_comes(session)
+
+
+def waybar_comes(session: Session) -> None:
+    session.keep("panel", "waybar")
+    session.wait_for_name(WATCHER)
+
+
+# ---- GNOME ----
+
+
+def start_gnome(session: Session) -> None:
+    session.start_system_bus("logind")
+    session.environment["XDG_CURRENT_DESKTOP"] = "GNOME"
+    session.tell_bus()
+    gsettings(session, "org.gnome.shell", enabled_extensions=f"['{EXTENSION}']",
+              welcome_dialog_last_shown_version="999")
+    gsettings(session, "org.gnome.desktop.interface", enable_animations="false")
+    gsettings(session, "org.gnome.desktop.background", picture_options="none", primary_color="#5b7c99")
+    session.start("gnome-shell", "--nested", "--wayland", "--unsafe-mode", MUTTER_DEBUG_DUMMY_MODE_SPECS="1280x800")
+    session.enter_compositor("wayland-0")
+    session.wait_for_name(WATCHER)
+    session.still()
+    # It begins with the overview.
+    session.xdotool("key", "Escape")
+
+
+def gnome_panel_goes(session: Session) -> None:
+    session.run("gnome-extensions", "disable", EXTENSION)
+
+
+def gnome_panel_comes(session: Session) -> None:
+    session.run("gnome-extensions", "enable", EXTENSION)
+
+
+# ---- Plasma ----
+
+
+def start_plasma(session: Session) -> None:
+    session.start_system_bus("logind")
+    session.environment |= {
+        "XDG_CURRENT_DESKTOP": "KDE", "KDE_FULL_SESSION": "true", "KDE_SESSION_VERSION": "6",
+        "XDG_MENU_PREFIX": "plasma-", "XDG_CONFIG_DIRS": f"{session.config}/kdedefaults:/etc/xdg",
+    }
+    scheme = Path("/usr/share/color-schemes/BreezeLight.colors").read_text()
+    session.write(".config/kdedefaults/kdeglobals", f"[General]\nColorScheme=BreezeLight\n\n{scheme}")
+    session.tell_bus()
+    session.run("kbuildsycoca6", QT_QPA_PLATFORM="offscreen")
+    session.start("kwin_wayland", "--x11-display", session.display, "--width", "1280", "--height", "800",
+                  "--no-lockscreen", "--no-global-shortcuts", "--no-kactivities", "--socket", "wayland-kde",
+                  KWIN_WAYLAND_NO_PERMISSION_CHECKS="1")
+    session.enter_compositor("wayland-kde")
+    session.start("/usr/lib/x86_64-linux-gnu/libexec/kactivitymanagerd")
+    session.start("kded6")
+    plasma_panel_comes(session)
+
+
+def plasma_panel_comes(session: Session) -> None:
+    session.keep("panel", "plasmashell", "--no-respawn")
+    session.wait_for_name("org.kde.plasmashell")
+    session.wait_for_name(WATCHER)
