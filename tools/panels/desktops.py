@@ -12,7 +12,8 @@ else:
     Session = object  # the list of packages can be read before the libraries are there that a session needs
 
 INDICATORS = "/usr/libexec/ayatana-indicator-application/ayatana-indicator-application-service"
-WATCHER = "org.kde.StatusNotifierWatcher"
+BUDGIE_PANEL = "6d4f2c1e-0b7a-4c5d-9e8f-1a2b3c4d5e6f"
+BUDGIE_APPLET = "7e5f3d2f-1c8b-4d6e-8f90-2b3c4d5e6f70"
 EXTENSION = "ubuntu-appindicators@ubuntu.com"
 SETTINGS = Path(__file__).with_name("settings")
 
@@ -34,7 +35,7 @@ def drop_panel(session: Session) -> None:
 def start_indicators(session: Session) -> None:
     """The service that hands icons on to the indicator plugins of panels."""
     session.start(INDICATORS)
-    session.wait_for_name(WATCHER)
+    session.wait_for_host()
 
 
 # ---- Xfce ----
@@ -61,7 +62,7 @@ def start_xfce_indicator(session: Session) -> None:
 
 def xfce_panel_comes(session: Session) -> None:
     session.keep("panel", "xfce4-panel", "--disable-wm-check")
-    session.wait_for_name("org.xfce.Panel")
+    session.wait_for_host()
 
 
 # ---- MATE ----
@@ -93,7 +94,7 @@ def start_mate_tray(session: Session) -> None:
 
 def mate_panel_comes(session: Session) -> None:
     session.keep("panel", "mate-panel")
-    session.wait_for_name(WATCHER)
+    session.wait_for_host()
 
 
 # ---- LXQt ----
@@ -109,7 +110,7 @@ def start_lxqt(session: Session) -> None:
 
 def lxqt_panel_comes(session: Session) -> None:
     session.keep("panel", "lxqt-panel")
-    session.wait_for_name(WATCHER)
+    session.wait_for_host()
 
 
 # ---- Waybar ----
@@ -127,7 +128,7 @@ def start_waybar(session: Session) -> None:
 
 def waybar_comes(session: Session) -> None:
     session.keep("panel", "waybar")
-    session.wait_for_name(WATCHER)
+    session.wait_for_host()
 
 
 # ---- GNOME ----
@@ -140,13 +141,17 @@ def start_gnome(session: Session) -> None:
     gsettings(session, "org.gnome.shell", enabled_extensions=f"['{EXTENSION}']",
               welcome_dialog_last_shown_version="999")
     gsettings(session, "org.gnome.desktop.interface", enable_animations="false")
+    gsettings(session, "org.gnome.desktop.notifications", show_banners="false")
     gsettings(session, "org.gnome.desktop.background", picture_options="none", primary_color="#5b7c99")
-    session.start("gnome-shell", "--nested", "--wayland", "--unsafe-mode", MUTTER_DEBUG_DUMMY_MODE_SPECS="1280x800")
+    session.start("gnome-shell", "--nested", "--wayland", MUTTER_DEBUG_DUMMY_MODE_SPECS="1280x800")
     session.enter_compositor("wayland-0")
-    session.wait_for_name(WATCHER)
-    session.still()
+    session.wait_for_host()
     # It begins with the overview.
+    overview = ("org.gnome.Shell", "/org/gnome/Shell", "OverviewActive")
+    session.wait(lambda: session.tells(*overview), "no overview")
+    session.still()
     session.xdotool("key", "Escape")
+    session.wait(lambda: not session.tells(*overview), "the overview stays")
 
 
 def gnome_panel_goes(session: Session) -> None:
@@ -181,5 +186,65 @@ def start_plasma(session: Session) -> None:
 
 def plasma_panel_comes(session: Session) -> None:
     session.keep("panel", "plasmashell", "--no-respawn")
-    session.wait_for_name("org.kde.plasmashell")
-    session.wait_for_name(WATCHER)
+    session.wait_for_host()
+
+
+# ---- Cinnamon ----
+
+
+def start_cinnamon(session: Session) -> None:
+    session.start_system_bus("logind")
+    session.environment["XDG_CURRENT_DESKTOP"] = "X-Cinnamon"
+    session.tell_bus()
+    gsettings(session, "org.cinnamon", desktop_effects="false", startup_animation="false",
+              enabled_applets="['panel1:left:0:menu@cinnamon.org:0', 'panel1:right:0:xapp-status@cinnamon.org:3']")
+    gsettings(session, "org.cinnamon.desktop.background", picture_options="none", primary_color="#5b7c99")
+    cinnamon_comes(session)
+
+
+def cinnamon_goes(session: Session) -> None:
+    session.drop("watcher")
+    session.drop("panel")
+
+
+def cinnamon_comes(session: Session) -> None:
+    session.keep("panel", "cinnamon")
+    session.wait_for_name("org.Cinnamon")
+    session.keep("watcher", "/usr/lib/x86_64-linux-gnu/xapps/xapp-sn-watcher")
+    session.wait_for_host()
+
+
+# ---- Budgie ----
+
+
+def start_budgie(session: Session, applet: str) -> None:
+    session.start_system_bus("logind", "upower")
+    session.environment["XDG_CURRENT_DESKTOP"] = "Budgie:GNOME"
+    session.tell_bus()
+    panel = "com.solus-project.budgie-panel"
+    path = "/com/solus-project/budgie-panel"
+    gsettings(session, panel, panels=f"['{BUDGIE_PANEL}']", migration_level="9")
+    gsettings(session, f"{panel}.panel:{path}/panels/{{{BUDGIE_PANEL}}}/", location="top", size="36",
+              applets=f"['{BUDGIE_APPLET}']")
+    gsettings(session, f"{panel}.applet:{path}/applets/{{{BUDGIE_APPLET}}}/", name=applet, alignment="center")
+    session.start("xfwm4", "--compositor=off")
+
+
+def start_budgie_tray(session: Session) -> None:
+    start_budgie(session, "System Tray")
+    session.start("budgie-daemon")
+    budgie_panel_comes(session)
+
+
+def start_budgie_indicator(session: Session) -> None:
+    start_budgie(session, "AppIndicator Applet")
+    # The daemon hosts icons itself where nobody does.
+    start_indicators(session)
+    session.start("budgie-daemon")
+    budgie_panel_comes(session)
+
+
+def budgie_panel_comes(session: Session) -> None:
+    session.keep("panel", "budgie-panel")
+    session.wait_for_name("org.budgie_desktop.Panel")
+    session.wait_for_host()

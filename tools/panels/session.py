@@ -18,7 +18,8 @@ T = TypeVar("T")
 
 SCREEN = (1280, 800)
 BACKGROUND = "#5b7c99"
-DEADLINE = 30.0
+WATCHER = "org.kde.StatusNotifierWatcher"
+DEADLINE = 60.0
 LOOKS_A_SECOND = 20
 STILL_FOR = 0.6
 # What is started so ends with this script, even where that is killed.
@@ -147,13 +148,28 @@ class Session:
         known = [f"{name}={self.environment[name]}" for name in names if name in self.environment]
         self.run("dbus-update-activation-environment", *known)
 
+    def call(self, name: str, path: str, method: str, *arguments: str) -> str:
+        """What a service of the session answers, or nothing."""
+        return self.run("gdbus", "call", "--session", "--dest", name, "--object-path", path, "--method", method,
+                        *arguments)
+
+    def tells(self, name: str, path: str, value: str) -> bool:
+        """Whether that property of a service is true; its interface is called like the service."""
+        return "true" in self.call(name, path, "org.freedesktop.DBus.Properties.Get", name, value)
+
     def has_name(self, name: str) -> bool:
-        bus = ("--dest", "org.freedesktop.DBus", "--object-path", "/org/freedesktop/DBus")
-        return "true" in self.run("gdbus", "call", "--session", *bus, "--method",
-                                  "org.freedesktop.DBus.NameHasOwner", name)
+        bus = "org.freedesktop.DBus"
+        return "true" in self.call(bus, "/org/freedesktop/DBus", f"{bus}.NameHasOwner", name)
 
     def wait_for_name(self, name: str) -> None:
         self.wait(lambda: self.has_name(name), f"nobody owns {name}")
+
+    def wait_for_host(self) -> None:
+        """Until a panel says that it shows icons."""
+        self.wait(
+            lambda: self.tells(WATCHER, "/StatusNotifierWatcher", "IsStatusNotifierHostRegistered"),
+            "no panel shows icons",
+        )
 
     def start_system_bus(self, *templates: str) -> None:
         """A system bus of the session's own, with stand-ins for the services of these names."""

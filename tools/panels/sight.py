@@ -24,6 +24,8 @@ SHARE_OF_ANOTHER = 0.2
 # Letters must be some thirty pixels high to be read well.
 SIZES_TO_READ = (3, 4, 5, 6, 8)
 MARGIN = 4
+GAP = 2
+WORD_GAP = 9
 VERSION = re.compile(r"\d+\.\d+(\.\d+|-rc\d+)?")
 CONFIDENCE = 20
 
@@ -99,12 +101,15 @@ def coloured(picture: Image.Image, area: Box, colour: Colour) -> Box | None:
     return box and (box[0] + area[0], box[1] + area[1], box[2] + area[0], box[3] + area[1])
 
 
-def is_plain(picture: Image.Image, box: Box) -> bool:
-    """Whether nothing is drawn there, on a background that may fade from top to bottom."""
+def first_word(picture: Image.Image, box: Box) -> Box:
+    """The part of a line up to the first wide gap, on a background that may fade from top to bottom."""
     scene = picture.crop(box)
-    return all(
-        near(scene.getpixel((x, y)), scene.getpixel((0, y))) for y in range(scene.height) for x in range(scene.width)
-    )
+    edge = [scene.getpixel((0, y)) for y in range(scene.height)]
+    drawn = [
+        x for x in range(scene.width) if any(not near(scene.getpixel((x, y)), edge[y]) for y in range(scene.height))
+    ]
+    end = next((x for x, following in zip(drawn, drawn[1:]) if following - x > WORD_GAP), drawn[-1] if drawn else 0)
+    return (box[0], box[1], box[0] + end + GAP, box[3])
 
 
 def changed(before: Image.Image, after: Image.Image, without: Box) -> Box | None:

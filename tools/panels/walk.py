@@ -19,16 +19,17 @@ from hosts import HOSTS, Box, Host
 from PIL import Image
 from program import FIRST, NEXT, Program
 from session import SCREEN, Failure, Session, adopt_orphans, end_children
-from sight import Icon, Line, changed, coloured, find_icon, is_plain, is_ruled, read, read_version
+from sight import Icon, Line, changed, coloured, differing, find_icon, first_word, is_ruled, read, read_version
 
 ENTRIES = ("Settings", "Latest Changes", "System & Modules", "Acknowledge Update", "About", "Quit")
 SQUARES = {"red": (220, 60, 60), "green": (60, 180, 60), "white": (240, 240, 240)}
 BUTTONS = {"left": 1, "right": 3}
 # For a panel that has been told already, and draws at its leisure.
-PATIENCE = 15.0
+PATIENCE = 30.0
 MENU_PATIENCE = 5.0
-BESIDE = 70  # pixels in which a version has room
+BESIDE = 24  # pixels in which a version begins, and nothing that moves
 GAP = 2
+RULE = 20
 
 
 @dataclass(frozen=True)
@@ -88,13 +89,17 @@ class Walk:
         self.record = record
         self._album = album
         self._pictures = 0
+        self._begin = time.monotonic()
         self._icon: Icon | None = None
+        self._beside: Image.Image | None = None
 
     # ---- What is seen ----
 
     def keep(self, picture: Image.Image, step: str) -> None:
         self._pictures += 1
-        picture.save(self._album / f"{self.host.name}-{self._pictures:02}-{step}.png", optimize=True)
+        name = f"{self.host.name}-{self._pictures:02}-{step}.png"
+        picture.save(self._album / name)
+        print(f"{time.monotonic() - self._begin:6.1f} s  {name}", flush=True)
 
     def penguin(self, colour: str) -> Image.Image:
         """The icon's file, once the program has written it."""
@@ -117,23 +122,26 @@ class Walk:
         # The version may follow the icon.
         picture = self.session.still()
         icon = find_icon(picture, self.host.panel, self.penguin(colour), self.host.icon)
-        size, differing, label = None, 0, ""
+        size, number, label = None, 0, ""
         if icon:
-            size, differing = icon.size, icon.differing
+            size, number = icon.size, icon.differing
             label = self._label(picture, icon)
             self._icon = icon
         elif square := coloured(picture, self.host.panel, SQUARES[colour]):
             # Something of that colour is there, but not the penguin as it should be.
-            size, differing = (square[2] - square[0], square[3] - square[1]), -1
-        self.record.sights.append(Sight(step, colour, size, differing, label, version, icon.box if icon else None))
+            size, number = (square[2] - square[0], square[3] - square[1]), -1
+        self.record.sights.append(Sight(step, colour, size, number, label, version, icon.box if icon else None))
         self.keep(picture, step)
 
     def _label(self, picture: Image.Image, icon: Icon) -> str:
+        """What can be read beside the icon, where it is not as it was before the program knew of any version."""
         left, top, right, bottom = icon.box
-        beside = (right + GAP, top, min(right + GAP + BESIDE, SCREEN[0]), bottom)
-        if is_plain(picture, beside):
+        beside = picture.crop((right + GAP, top, right + GAP + BESIDE, bottom))
+        if self._beside is None:
+            self._beside = beside
+        if not differing(beside, self._beside):
             return ""
-        return read_version(picture, beside)
+        return read_version(picture, first_word(picture, (right + GAP, top, SCREEN[0], bottom)))
 
     # ---- What is done ----
 
@@ -151,6 +159,7 @@ class Walk:
             return changed(before, self.session.screenshot(), self.host.panel)
 
         self.session.hopes(opened, MENU_PATIENCE)
+        self.session.point_nowhere()
         picture = self.session.still()
         box = changed(before, picture, self.host.panel)
         if not box:
@@ -213,9 +222,9 @@ def groups(picture: Image.Image, lines: list[Line]) -> list[int]:
     """How many entries stand between two separators."""
     result = [1] if lines else []
     for upper, lower in zip(lines, lines[1:]):
-        left = min(upper.box[0], lower.box[0])
-        right = min(upper.box[2], lower.box[2])
-        if is_ruled(picture, (left, upper.box[3] + 1, right, lower.box[1] - 1)):
+        # Where all menus have their lines: below the first letters.
+        left = max(upper.box[0], lower.box[0]) + 4
+        if is_ruled(picture, (left, upper.box[3] + 1, left + RULE, lower.box[1] - 1)):
             result.append(1)
         else:
             result[-1] += 1
