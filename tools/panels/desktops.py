@@ -103,6 +103,7 @@ def mate_panel_comes(session: Session) -> None:
 def start_lxqt(session: Session) -> None:
     session.environment |= {"XDG_CURRENT_DESKTOP": "LXQt", "QT_QPA_PLATFORMTHEME": "lxqt"}
     settings(session, "lxqt-panel.conf", ".config/lxqt/panel.conf")
+    session.write(".config/lxqt/lxqt.conf", "[General]\ntheme=light\n")
     session.tell_bus()
     session.start("openbox")
     lxqt_panel_comes(session)

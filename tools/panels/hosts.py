@@ -8,8 +8,7 @@ from dataclasses import dataclass
 import desktops
 from desktops import Session
 
-Box = tuple[int, int, int, int]
-
+Box = tuple[int, int, int, int]  # left, top, right, bottom
 
 MATE = ("mate-panel", "marco", "mate-themes", "mate-settings-daemon-common")
 
@@ -40,7 +39,6 @@ class Host:
     label: bool = False
     left: str = "menu"  # or "nothing", or "its own menu"
     right: str = "menu"
-    terminal: str = ""  # a pattern for what the program prints during the walk
 
 
 HOSTS = (
@@ -115,7 +113,7 @@ HOSTS = (
     ),
     Host(
         "gnome",
-        "GNOME Shell with AppIndicators",
+        "GNOME, AppIndicator extension",
         ("gnome-shell", "gnome-shell-extension-appindicator", "libgl1-mesa-dri", "python3-dbusmock"),
         ("gnome-shell", "gnome-shell-extension-appindicator"),
         desktops.start_gnome,
@@ -169,7 +167,16 @@ HOSTS = (
         desktops.budgie_panel_comes,
         (0, 0, 1280, 36),
         icon=(19, 19),
+        differing=1,
         label=True,
         right="nothing",
     ),
 )
+
+
+def chosen(names: list[str]) -> list[Host]:
+    """The hosts whose names begin with one of these; all of them where there are none."""
+    for name in names:
+        if not any(host.name.startswith(name) for host in HOSTS):
+            raise ValueError(f"no host's name begins with {name!r}: {', '.join(host.name for host in HOSTS)}")
+    return [host for host in HOSTS if not names or host.name.startswith(tuple(names))]

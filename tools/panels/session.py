@@ -1,4 +1,4 @@
-"""A desktop session on a display of its own: what a host stands on, and the eyes and the mouse of who sits before it."""
+"""A desktop session on a display of its own: what a host stands on, and the eyes and the mouse of its user."""
 
 from __future__ import annotations
 
@@ -17,11 +17,12 @@ from PIL import Image, ImageGrab
 T = TypeVar("T")
 
 SCREEN = (1280, 800)
+NOWHERE = (SCREEN[0] // 2, SCREEN[1] - 150)
 BACKGROUND = "#5b7c99"
 WATCHER = "org.kde.StatusNotifierWatcher"
 DEADLINE = 60.0
 LOOKS_A_SECOND = 20
-STILL_FOR = 0.6
+STILL_FOR = 0.5
 # What is started so ends with this script, even where that is killed.
 TIED = ("setpriv", "--pdeathsig", "KILL", "--")
 SYSTEM_BUS = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
@@ -227,7 +228,7 @@ class Session:
 
     def point_nowhere(self) -> None:
         """Takes the pointer off everything that would light up under it."""
-        self.xdotool("mousemove", SCREEN[0] // 2, SCREEN[1] - 150)
+        self.xdotool("mousemove", *NOWHERE)
 
     def wait(self, condition: Callable[[], T], problem: str, patience: float = DEADLINE) -> T:
         """Returns the condition's first result that counts as true."""

@@ -24,6 +24,8 @@ SHARE_OF_ANOTHER = 0.2
 # Letters must be some thirty pixels high to be read well.
 SIZES_TO_READ = (3, 4, 5, 6, 8)
 MARGIN = 4
+# Pixels of a pointer where it is and where it was.
+POINTERS = 2 * 24 * 24
 GAP = 2
 WORD_GAP = 9
 VERSION = re.compile(r"\d+\.\d+(\.\d+|-rc\d+)?")
@@ -113,10 +115,10 @@ def first_word(picture: Image.Image, box: Box) -> Box:
 
 
 def changed(before: Image.Image, after: Image.Image, without: Box) -> Box | None:
-    """What surrounds all that is not as before, outside of one area."""
+    """What surrounds all that is not as before, outside of one area, where it is more than a pointer that has moved."""
     difference = ImageChops.difference(before, after).convert("L").point(lambda value: 255 * (value > NEAR))
     difference.paste(0, without)
-    return difference.getbbox()
+    return difference.getbbox() if difference.histogram()[255] > POINTERS else None
 
 
 def prepared(picture: Image.Image, times: int) -> bytes:

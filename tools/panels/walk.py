@@ -8,17 +8,19 @@ from __future__ import annotations
 
 import contextlib
 import json
+import signal
 import subprocess
 import sys
 import tempfile
 import time
 from dataclasses import asdict, dataclass, field
 from pathlib import Path
+from typing import NoReturn
 
 from hosts import HOSTS, Box, Host
 from PIL import Image
 from program import FIRST, NEXT, Program
-from session import SCREEN, Failure, Session, adopt_orphans, end_children
+from session import NOWHERE, SCREEN, Failure, Session, adopt_orphans, end_children, fail
 from sight import Icon, Line, changed, coloured, differing, find_icon, first_word, is_ruled, read, read_version
 
 ENTRIES = ("Settings", "Latest Changes", "System & Modules", "Acknowledge Update", "About", "Quit")
@@ -26,8 +28,11 @@ SQUARES = {"red": (220, 60, 60), "green": (60, 180, 60), "white": (240, 240, 240
 BUTTONS = {"left": 1, "right": 3}
 # For a panel that has been told already, and draws at its leisure.
 PATIENCE = 30.0
+LABEL_PATIENCE = 5.0
 MENU_PATIENCE = 5.0
+RETURNS = 3
 BESIDE = 24  # pixels in which a version begins, and nothing that moves
+STOPPING = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
 GAP = 2
 RULE = 20
 
@@ -52,12 +57,14 @@ class Sight:
     """What the panel shows in one step."""
 
     step: str
-    colour: str  # what the icon should have
-    size: tuple[int, int] | None  # of the icon, or None where it is not there
-    differing: int
-    label: str  # the text beside the icon, or nothing
-    label_reads: str  # what it should be, where the host shows it
-    box: Box | None
+    colour: str  # of the icon's square, as it should be
+    version: str  # what the program tells the panel
+    picture: str
+    size: tuple[int, int] | None = None  # of the icon, or of what else has its colour
+    box: Box | None = None  # where the icon is, if it is
+    differing: int = 0  # its pixels that are not those of its file
+    label: str = ""  # what can be read beside it
+    label_box: Box | None = None
 
 
 @dataclass
@@ -75,9 +82,11 @@ class Record:
     clicks: dict[str, Click] = field(default_factory=dict)
     windows: dict[str, bool] = field(default_factory=dict)
     gone: bool = False  # the icon, while the panel is
+    returns: int = 0  # of the panel, until the icon was back
     quits: bool = False
-    terminal: list[str] = field(default_factory=list)
-    problem: str = ""
+    leaves: bool = False  # the icon, after that
+    terminal: list[tuple[str, str]] = field(default_factory=list)  # each line after the step in which it came
+    problem: str = ""  # why the walk did not come to its end
     seconds: float = 0.0
 
 
@@ -91,15 +100,19 @@ class Walk:
         self._pictures = 0
         self._begin = time.monotonic()
         self._icon: Icon | None = None
-        self._beside: Image.Image | None = None
+        self._bare: Image.Image | None = None
 
     # ---- What is seen ----
 
-    def keep(self, picture: Image.Image, step: str) -> None:
+    def keep(self, picture: Image.Image, step: str) -> str:
+        """Writes down the step. Returns the name of its picture."""
         self._pictures += 1
         name = f"{self.host.name}-{self._pictures:02}-{step}.png"
         picture.save(self._album / name)
+        said = self.program.said
+        self.record.terminal += [(step, line) for line in said[len(self.record.terminal):]]
         print(f"{time.monotonic() - self._begin:6.1f} s  {name}", flush=True)
+        return name
 
     def penguin(self, colour: str) -> Image.Image:
         """The icon's file, once the program has written it."""
@@ -110,7 +123,10 @@ class Walk:
                 return Image.open(path, formats=["PNG"]).convert("RGB")
             return None
 
-        return self.session.wait(written, f"{path.name} is not written")
+        penguin = self.session.wait(written, f"{path.name} is not written")
+        if penguin.getpixel((0, 0)) != SQUARES[colour]:
+            fail(f"the square of {path.name} is {penguin.getpixel((0, 0))}")
+        return penguin
 
     def find(self, colour: str) -> Icon | None:
         return find_icon(self.session.screenshot(), self.host.panel, self.penguin(colour), self.host.icon)
@@ -119,39 +135,45 @@ class Walk:
         """Looks for the icon in that colour, and for what stands beside it."""
         self.session.point_nowhere()
         self.session.hopes(lambda: self.find(colour), PATIENCE)
-        # The version may follow the icon.
+        if version and self.host.label:
+            self.session.hopes(lambda: self._shows_a_version(colour), LABEL_PATIENCE)
         picture = self.session.still()
+        sight = Sight(step, colour, version, self.keep(picture, step))
         icon = find_icon(picture, self.host.panel, self.penguin(colour), self.host.icon)
-        size, number, label = None, 0, ""
         if icon:
-            size, number = icon.size, icon.differing
-            label = self._label(picture, icon)
             self._icon = icon
+            sight.size, sight.box, sight.differing = icon.size, icon.box, icon.differing
+            if label_box := self._beside(picture, icon):
+                sight.label, sight.label_box = read_version(picture, label_box), label_box
         elif square := coloured(picture, self.host.panel, SQUARES[colour]):
             # Something of that colour is there, but not the penguin as it should be.
-            size, number = (square[2] - square[0], square[3] - square[1]), -1
-        self.record.sights.append(Sight(step, colour, size, number, label, version, icon.box if icon else None))
-        self.keep(picture, step)
+            sight.size = (square[2] - square[0], square[3] - square[1])
+        self.record.sights.append(sight)
 
-    def _label(self, picture: Image.Image, icon: Icon) -> str:
-        """What can be read beside the icon, where it is not as it was before the program knew of any version."""
-        left, top, right, bottom = icon.box
+    def _shows_a_version(self, colour: str) -> bool:
+        picture = self.session.screenshot()
+        icon = find_icon(picture, self.host.panel, self.penguin(colour), self.host.icon)
+        return bool(icon and self._beside(picture, icon))
+
+    def _beside(self, picture: Image.Image, icon: Icon) -> Box | None:
+        """What stands beside the icon, where it is not as it was before the program knew of any version."""
+        _, top, right, bottom = icon.box
         beside = picture.crop((right + GAP, top, right + GAP + BESIDE, bottom))
-        if self._beside is None:
-            self._beside = beside
-        if not differing(beside, self._beside):
-            return ""
-        return read_version(picture, first_word(picture, (right + GAP, top, SCREEN[0], bottom)))
+        if self._bare is None:
+            self._bare = beside
+        if not differing(beside, self._bare):
+            return None
+        return first_word(picture, (right + GAP, top, SCREEN[0], bottom))
 
     # ---- What is done ----
 
-    def open_by(self, button: str) -> tuple[Click, list[Line]]:
-        """Clicks on the icon and reads the menu that opens, if one does."""
-        if not self._icon:
-            return Click("nothing", [], []), []
+    def open_by(self, button: str) -> tuple[Click, list[Line], Image.Image]:
+        """Clicks on the icon, if there is one, and reads the menu that opens, if one does."""
         self.session.point_nowhere()
         before = self.session.still()
-        left, top, right, bottom = self._icon.box
+        if not self._icon:
+            return Click("nothing", [], []), [], before
+        left, _, right, bottom = self._icon.box
         # Some menus open where the pointer is, and are to stand clear of the panel.
         self.session.click((left + right) // 2, bottom - 2, BUTTONS[button])
 
@@ -163,28 +185,28 @@ class Walk:
         picture = self.session.still()
         box = changed(before, picture, self.host.panel)
         if not box:
-            return Click("nothing", [], []), []
+            return Click("nothing", [], []), [], picture
         lines = read(picture, box)
         texts = [line.text for line in lines]
         kind = "menu" if all(entry in texts for entry in ENTRIES) else "its own menu"
-        return Click(kind, texts, groups(picture, lines)), lines
+        return Click(kind, texts, groups(picture, lines)), lines, picture
 
     def close_menu(self) -> None:
         self.session.xdotool("key", "Escape")
         # Not every host gives its menu the keyboard.
-        self.session.click(SCREEN[0] // 2, SCREEN[1] - 150)
+        self.session.click(*NOWHERE)
         self.session.still()
 
     def tries(self, button: str) -> None:
-        click, _ = self.open_by(button)
+        click, _, picture = self.open_by(button)
         self.record.clicks[button] = click
-        self.keep(self.session.still(), f"{button}-click")
+        self.keep(picture, f"{button}-click")
         self.close_menu()
 
     def chooses(self, entry: str) -> bool:
         """Opens the menu by the button that opens it here, and clicks on the entry where it is drawn."""
         button = next((name for name, click in self.record.clicks.items() if click.opens == "menu"), "left")
-        _, lines = self.open_by(button)
+        _, lines, _ = self.open_by(button)
         for line in lines:
             if line.text == entry:
                 self.session.click(*line.middle)
@@ -194,26 +216,27 @@ class Walk:
         return False
 
     def opens(self, window: Window) -> None:
-        before = self.session.still()
+        before = picture = self.session.still()
         shown: list[Line] = []
 
         def drawn() -> bool:
-            nonlocal shown
+            nonlocal picture, shown
             picture = self.session.still()
             box = changed(before, picture, self.host.panel)
-            shown = read(picture, box, 2) if box else []
+            shown = read(picture, box, times=2) if box else []
             return any(window.words in line.text for line in shown)
 
         self.record.windows[window.name] = self.chooses(window.entry) and self.session.hopes(drawn, PATIENCE)
-        self.keep(self.session.still(), f"window-{window.name}")
-        self._closes(window, shown)
+        self.keep(picture, f"window-{window.name}")
+        self._closes(shown)
 
-    def _closes(self, window: Window, shown: list[Line]) -> None:
+    def _closes(self, shown: list[Line]) -> None:
         for line in shown:
-            if line.text.split()[-1:] == ["Close"]:
-                self.session.click(line.box[2] - 15, line.middle[1])
-        if window.name == "about":
-            self.session.xdotool("key", "Escape")
+            if line.text.endswith("Close"):
+                left, top, right, bottom = line.box
+                self.session.click(right - (bottom - top), line.middle[1])
+        # A dialog without a button goes so.
+        self.session.xdotool("key", "Escape")
         self.session.point_nowhere()
         self.session.still()
 
@@ -229,6 +252,20 @@ def groups(picture: Image.Image, lines: list[Line]) -> list[int]:
         else:
             result[-1] += 1
     return result
+
+
+def panel_goes_and_comes(steps: Walk) -> None:
+    """Waybar now and then draws no icon that registers while it starts, although its own watcher lists it; it gets
+    another chance, which is written down."""
+    record, session = steps.record, steps.session
+    for record.returns in range(1, RETURNS + 1):
+        steps.host.panel_goes(session)
+        record.gone = session.hopes(lambda: not steps.find("green"), PATIENCE)
+        if record.returns == 1:
+            steps.keep(session.still(), "panel-gone")
+        steps.host.panel_comes(session)
+        if session.hopes(lambda: steps.find("green"), PATIENCE):
+            return
 
 
 def walk(host: Host, session: Session, program: Program, album: Path, record: Record) -> None:
@@ -255,20 +292,16 @@ def walk(host: Host, session: Session, program: Program, album: Path, record: Re
     for window in WINDOWS:
         steps.opens(window)
 
-    host.panel_goes(session)
-    record.gone = session.hopes(lambda: not steps.find("green"), PATIENCE)
-    steps.keep(session.still(), "panel-gone")
-    host.panel_comes(session)
+    panel_goes_and_comes(steps)
     steps.sees("panel-back", "green", NEXT)
 
     record.quits = steps.chooses("Quit") and session.hopes(lambda: not program.running, PATIENCE)
     program.stop()
-    session.hopes(lambda: not steps.find("green"), PATIENCE)
+    record.leaves = session.hopes(lambda: not steps.find("green"), PATIENCE)
     steps.keep(session.still(), "quit")
     program.start()
     steps.sees("started-again", "green", NEXT)
     program.stop()
-    record.terminal = program.said
 
 
 def versions(host: Host) -> dict[str, str]:
@@ -277,10 +310,16 @@ def versions(host: Host) -> dict[str, str]:
     return dict(line.split() for line in said.splitlines())
 
 
+def stopped(number: int, _: object) -> NoReturn:
+    raise SystemExit(128 + number)
+
+
 def main() -> None:
     name, binary, quick_sleep, album = sys.argv[1:]
     (host,) = [host for host in HOSTS if host.name == name]
     record = Record(name, versions(host))
+    for number in STOPPING:
+        signal.signal(number, stopped)
     adopt_orphans()
     begin = time.monotonic()
     with tempfile.TemporaryDirectory(prefix="veldrin-panel-", ignore_cleanup_errors=True) as folder:
@@ -295,6 +334,8 @@ def main() -> None:
             except (NameError, OSError):
                 pass
         finally:
+            for number in STOPPING:
+                signal.signal(number, signal.SIG_IGN)
             end_children()
             log = Path(folder, "log.txt")
             if log.exists():
