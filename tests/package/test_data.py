@@ -87,7 +87,10 @@ def test_the_version_is_the_same_everywhere(metainfo):
     assert re.search(r"^Version:\s*(\S+)", (ROOT / "packaging/rpm/veldrin.spec").read_text(), re.MULTILINE)[1] == wanted
     assert re.search(r"^pkgver=(\S+)", (ROOT / "packaging/arch/PKGBUILD").read_text(), re.MULTILINE)[1] == wanted
     assert metainfo.find("releases/release").get("version") == wanted
-    assert re.search(r"^## (\S+)", (ROOT / "CHANGELOG.md").read_text(), re.MULTILINE)[1] == wanted
+    # What stands above a release is on its way to the next.
+    headings = re.findall(r"^## (\S+)", (ROOT / "CHANGELOG.md").read_text(), re.MULTILINE)
+    assert [heading for heading in headings if heading != "Unreleased"][0] == wanted
+    assert "Unreleased" not in headings[1:]
 
 
 def test_the_packages_of_all_systems_need_the_same_tools():
