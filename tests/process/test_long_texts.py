@@ -2,13 +2,15 @@
 display, and the libraries have nothing to complain of."""
 
 import pytest
-from applet import Applet, state_text
+from applet import SANITIZED, Applet, state_text
 from compositor import TOOLTIP, surroundings
 from desktop import Display
 from probe import CHANGES, SETTINGS, SYSTEM, Module, Probe, excerpt, machine_with_modules
 
+# Far more than a display is high. What takes seconds would take minutes under the sanitizers.
+LINES = 500 if SANITIZED else 3000
 # With letters that are wide in every font.
-TEXTS = {"one-line": "W" * 65536, "lines": "WWW\n" * 3000}
+TEXTS = {"one-line": "W" * 65536, "lines": "WWW\n" * LINES}
 
 SIZES = {CHANGES: (780, 660), SYSTEM: (820, 720)}
 

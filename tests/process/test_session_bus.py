@@ -12,7 +12,6 @@ import accessibility
 import pytest
 from applet import Applet, Machine, state_text, with_gvfs
 from probe import SETTINGS, Probe
-from test_faults import without_panel
 from test_started_programs import LINKS, browser
 from tools import page
 from waiting import wait_until
