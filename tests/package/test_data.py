@@ -63,7 +63,13 @@ def test_desktop_entries_are_valid(entry):
 
 
 def test_metainfo_is_valid():
-    output("appstreamcli", "validate", "--no-net", "--strict", METAINFO)
+    command = ["appstreamcli", "validate", "--no-net", "--no-color", METAINFO]
+    result = subprocess.run(command, capture_output=True, text=True, check=False)
+    # Validators below 1.0 know the developer by another name only, and newer ones by this only.
+    passed_over = "unknown-tag developer"
+    said = re.findall(r"^[EWI]: .*", result.stdout, re.MULTILINE)
+    assert [line for line in said if not line.endswith(passed_over)] == []
+    assert result.returncode == 0
 
 
 @pytest.mark.parametrize("page", ["veldrin.1", "veldrin-window.1"])
