@@ -183,6 +183,10 @@ def start_plasma(session: Session) -> None:
     session.start("/usr/lib/x86_64-linux-gnu/libexec/kactivitymanagerd")
     session.start("kded6")
     plasma_panel_comes(session)
+    # The panel lets the wallpaper through.
+    session.wait(lambda: session.screenshot().getpixel((640, 300)) != (0, 0, 0), "no wallpaper")
+    # Nor are all of its parts there with it.
+    session.still(3)
 
 
 def plasma_panel_comes(session: Session) -> None:

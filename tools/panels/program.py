@@ -43,6 +43,7 @@ class Program:
         self._quick_sleep = quick_sleep
         self._tools = Tools(session.folder / "tools")
         self._said = session.folder / "terminal.txt"
+        self._said.touch()
         self._process: subprocess.Popen | None = None
 
     def publish(self, stable: str) -> None:

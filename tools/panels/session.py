@@ -202,8 +202,8 @@ class Session:
     def screenshot(self) -> Image.Image:
         return ImageGrab.grab(xdisplay=self.display).convert("RGB")
 
-    def still(self, patience: float = DEADLINE) -> Image.Image:
-        """A picture of the screen once nothing on it has changed for a while."""
+    def still(self, seconds: float = STILL_FOR) -> Image.Image:
+        """A picture of the screen once nothing on it has changed for so long."""
         last = self.screenshot()
         since = time.monotonic()
 
@@ -212,9 +212,9 @@ class Session:
             picture = self.screenshot()
             if picture.tobytes() != last.tobytes():
                 last, since = picture, time.monotonic()
-            return time.monotonic() - since > STILL_FOR
+            return time.monotonic() - since > seconds
 
-        self.wait(settled, "the screen does not come to rest", patience)
+        self.wait(settled, "the screen does not come to rest")
         return last
 
     def xdotool(self, *words: str | int) -> str:

@@ -31,6 +31,7 @@ PATIENCE = 30.0
 LABEL_PATIENCE = 5.0
 MENU_PATIENCE = 5.0
 RETURNS = 3
+ASIDE = 2
 BESIDE = 24  # pixels in which a version begins, and nothing that moves
 STOPPING = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
 GAP = 2
@@ -100,7 +101,8 @@ class Walk:
         self._pictures = 0
         self._begin = time.monotonic()
         self._icon: Icon | None = None
-        self._bare: Image.Image | None = None
+        self._empty = session.still()
+        self.keep(self._empty, "without")
 
     # ---- What is seen ----
 
@@ -156,14 +158,15 @@ class Walk:
         return bool(icon and self._beside(picture, icon))
 
     def _beside(self, picture: Image.Image, icon: Icon) -> Box | None:
-        """What stands beside the icon, where it is not as it was before the program knew of any version."""
+        """What stands beside the icon, where it is not as without the program."""
         _, top, right, bottom = icon.box
-        beside = picture.crop((right + GAP, top, right + GAP + BESIDE, bottom))
-        if self._bare is None:
-            self._bare = beside
-        if not differing(beside, self._bare):
-            return None
-        return first_word(picture, (right + GAP, top, SCREEN[0], bottom))
+        left = right + GAP
+        beside = picture.crop((left, top, left + BESIDE, bottom))
+        # What else stands there may make a little room for the icon.
+        for aside in range(-ASIDE, ASIDE + 1):
+            if not differing(beside, self._empty.crop((left + aside, top, left + aside + BESIDE, bottom))):
+                return None
+        return first_word(picture, (left, top, SCREEN[0], bottom))
 
     # ---- What is done ----
 
@@ -271,7 +274,6 @@ def panel_goes_and_comes(steps: Walk) -> None:
 def walk(host: Host, session: Session, program: Program, album: Path, record: Record) -> None:
     host.start(session)
     session.point_nowhere()
-    session.still()
     steps = Walk(host, session, program, album, record)
 
     program.publish(FIRST)
