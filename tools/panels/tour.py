@@ -72,7 +72,9 @@ def walk(host: Host, folder: Path) -> dict[str, Any]:
         try:
             process.wait(PATIENCE)
         except subprocess.TimeoutExpired:
-            # It ends its session first.
+            print(f"panels: {host.name}: no end after {PATIENCE} s", file=sys.stderr)
+        finally:
+            # It ends its session first, if it has not.
             process.terminate()
     hand_over(album, host)
     record = album / f"{host.name}.json"
