@@ -82,7 +82,8 @@ class Installed:
         return found
 
     def the_applet(self) -> int:
-        (pid,) = self.applets()
+        # A command that it starts is a second one for a moment.
+        (pid,) = wait_until(lambda: len(found := self.applets()) == 1 and found, "one applet")
         return pid
 
     def windows(self, title: str = ".+") -> list[int]:
