@@ -1,3 +1,4 @@
+// The state file, from its text to the file: one value read, the whole text written, where the file lies, load, save.
 #include "state.h"
 
 #include <fcntl.h>
@@ -8,6 +9,21 @@
 #include <sstream>
 
 namespace {
+
+/// A line of the file: the key, and the part of the state that it holds.
+struct Field {
+    const char* key;
+    std::string AppState::*value;
+};
+
+/// Every line of the file, in its order.
+constexpr auto FIELDS = std::to_array<Field>({{"kernel", &AppState::kernel},
+                                              {"latest_kernel", &AppState::latest_kernel},
+                                              {"mainline", &AppState::mainline},
+                                              {"stable", &AppState::stable},
+                                              {"longterm", &AppState::longterm},
+                                              {"channel", &AppState::channel}});
+static_assert(FIELDS.size() * sizeof(std::string) == sizeof(AppState), "every string of AppState has a line here");
 
 /// Returns the text value of `key`, or empty. A search for the quoted key and not a parser of JSON: it knows no escape,
 /// no nesting and no type of value.
@@ -33,14 +49,14 @@ std::string json_get(const std::string& json, const std::string& key) {
     }
 }
 
-std::string line(const char* key, const std::string& value, const char* end) {
-    return std::string("  \"") + key + "\": \"" + value + '"' + end;
-}
-
 std::string to_text(const AppState& state) {
-    return "{\n" + line("kernel", state.kernel, ",\n") + line("latest_kernel", state.latest_kernel, ",\n") +
-           line("mainline", state.mainline, ",\n") + line("stable", state.stable, ",\n") +
-           line("longterm", state.longterm, ",\n") + line("channel", state.channel, "\n") + "}\n";
+    std::string text = "{";
+    const char* separator = "\n";
+    for (const auto& [key, value] : FIELDS) {
+        text.append(separator).append("  \"").append(key).append("\": \"").append(state.*value).append("\"");
+        separator = ",\n";
+    }
+    return text + "\n}\n";
 }
 
 }  // namespace
@@ -65,13 +81,8 @@ AppState load_state() {
     contents << file.rdbuf();
     const std::string json = std::move(contents).str();
 
-    state.kernel = json_get(json, "kernel");
-    state.latest_kernel = json_get(json, "latest_kernel");
-    state.mainline = json_get(json, "mainline");
-    state.stable = json_get(json, "stable");
-    state.longterm = json_get(json, "longterm");
-    const std::string channel = json_get(json, "channel");
-    if (channel == "mainline" || channel == "stable" || channel == "longterm") state.channel = channel;
+    for (const auto& [key, value] : FIELDS) state.*value = json_get(json, key);
+    if (!is_channel(state.channel)) state.channel = AppState().channel;
     return state;
 }
 
