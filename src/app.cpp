@@ -9,6 +9,7 @@
 #include "system_window.h"
 #include "theme.h"
 #include "tux_rgba.h"
+#include "widgets.h"
 
 #include <fcntl.h>
 #include <gtk/gtk.h>
@@ -332,7 +333,7 @@ void update_label() {
     if (ver.empty()) return;
     // The bus carries nothing but UTF-8, and a damaged state file may hold anything.
     gchar* valid = g_utf8_make_valid(ver.data(), static_cast<gssize>(ver.size()));
-    const std::string label = theme_excerpt(valid);
+    const std::string label = excerpt_of(valid);
     app_indicator_set_label(g_indicator, label.c_str(), label.c_str());
     g_free(valid);
 }

@@ -1,11 +1,15 @@
+// What the window keeps, the card of a commit, a load from its start to its result on the screen, and the window from
+// its top to its bottom.
 #include "changes_window.h"
 
 #include "kernel_checker.h"
 #include "sites.h"
 #include "theme.h"
+#include "widgets.h"
 
 #include <gtk/gtk.h>
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <memory>
 #include <string>
@@ -35,6 +39,11 @@ struct ChannelVersions {
 /// The versions that the tray knew when the window was last asked for.
 ChannelVersions g_known;
 
+/// The members of ChannelVersions in the order of CHANNELS.
+constexpr auto KNOWN_VERSIONS =
+    std::to_array({&ChannelVersions::mainline, &ChannelVersions::stable, &ChannelVersions::longterm});
+static_assert(KNOWN_VERSIONS.size() == CHANNELS.size(), "every channel has its known version");
+
 /// What a load thread hands to the main loop.
 struct LoadResult {
     unsigned int request;
@@ -42,46 +51,10 @@ struct LoadResult {
 };
 
 std::string known_for(const std::string& channel) {
-    if (channel == "mainline") return g_known.mainline;
-    if (channel == "longterm") return g_known.longterm;
-    return g_known.stable;
+    return g_known.*KNOWN_VERSIONS[channel_index(channel)];
 }
 
 // ---- A release's commits --------------------------------------------------------------------------------------------
-
-struct Free {
-    void operator()(gchar* text) const { g_free(text); }
-};
-
-/// Returns `text` as GTK can show it, whatever its bytes are: an old author's name may be in any encoding.
-std::unique_ptr<gchar, Free> valid_utf8(const std::string& text) {
-    return std::unique_ptr<gchar, Free>(g_utf8_make_valid(text.data(), static_cast<gssize>(text.size())));
-}
-
-GtkWidget* plain_label(const std::string& text, const char* css_class) {
-    GtkWidget* label = gtk_label_new(valid_utf8(text).get());
-    theme_add_class(label, css_class);
-    return label;
-}
-
-GtkWidget* text_label(const std::string& text, const char* css_class) {
-    GtkWidget* label = plain_label(text, css_class);
-    gtk_label_set_xalign(GTK_LABEL(label), 0.0);
-    return label;
-}
-
-void set_margins(GtkWidget* widget, int start, int end, int top, int bottom) {
-    gtk_widget_set_margin_start(widget, start);
-    gtk_widget_set_margin_end(widget, end);
-    gtk_widget_set_margin_top(widget, top);
-    gtk_widget_set_margin_bottom(widget, bottom);
-}
-
-GtkWidget* wrapped_label(const std::string& text, const char* css_class) {
-    GtkWidget* label = text_label(text, css_class);
-    gtk_label_set_line_wrap(GTK_LABEL(label), TRUE);
-    return label;
-}
 
 /// Returns the class of a commit's kind, a static text, or null for a commit like any other.
 const char* card_kind_class(const ChangeEntry& e) {
@@ -122,9 +95,7 @@ GtkWidget* subject_or_expander(const std::string& subject, const std::string& te
     gtk_expander_set_label_widget(GTK_EXPANDER(exp), subj);
     GtkWidget* body = wrapped_label(text, "mono");
     gtk_label_set_selectable(GTK_LABEL(body), TRUE);
-    gtk_widget_set_margin_start(body, 6);
-    gtk_widget_set_margin_top(body, 6);
-    gtk_widget_set_margin_bottom(body, 2);
+    set_margins(body, 6, 0, 6, 2);
     gtk_container_add(GTK_CONTAINER(exp), body);
     gtk_expander_set_expanded(GTK_EXPANDER(exp), FALSE);
     // Of itself GTK lets the keyboard into what a closed expander hides.
@@ -139,13 +110,13 @@ GtkWidget* title_row(const ChangeEntry& e) {
 
     GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 8);
     if (!tag.empty()) {
-        GtkWidget* t = plain_label(tag, "tag");
+        GtkWidget* t = styled_label(tag, "tag");
         theme_add_class(t, theme_tag_class(tag));
         gtk_widget_set_valign(t, GTK_ALIGN_START);
         gtk_widget_set_margin_top(t, 2);
-        gtk_box_pack_start(GTK_BOX(row), t, FALSE, FALSE, 0);
+        pack(row, t);
     }
-    gtk_box_pack_start(GTK_BOX(row), subject_or_expander(rest, e.body), TRUE, TRUE, 0);
+    pack_filling(row, subject_or_expander(rest, e.body));
     return row;
 }
 
@@ -156,14 +127,14 @@ GtkWidget* meta_row(const ChangeEntry& e) {
 
     GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 8);
     if (!meta.empty()) {
-        GtkWidget* m = text_label(meta, "meta");
+        GtkWidget* m = left_label(meta, "meta");
         gtk_label_set_ellipsize(GTK_LABEL(m), PANGO_ELLIPSIZE_END);
-        gtk_box_pack_start(GTK_BOX(row), m, TRUE, TRUE, 0);
+        pack_filling(row, m);
     }
     if (!e.id.empty()) {
-        GtkWidget* h = plain_label(e.id, "badge-hash");
+        GtkWidget* h = styled_label(e.id, "badge-hash");
         gtk_widget_set_valign(h, GTK_ALIGN_CENTER);
-        gtk_box_pack_end(GTK_BOX(row), h, FALSE, FALSE, 0);
+        pack_at_end(row, h);
     }
     return row;
 }
@@ -173,18 +144,18 @@ GtkWidget* build_entry_row(const ChangeEntry& e) {
     theme_add_class(card, "commit-card");
     if (const char* kind = card_kind_class(e)) theme_add_class(card, kind);
     set_margins(card, 14, 14, 4, 4);
-    gtk_box_pack_start(GTK_BOX(card), title_row(e), FALSE, FALSE, 0);
-    gtk_box_pack_start(GTK_BOX(card), meta_row(e), FALSE, FALSE, 0);
+    pack(card, title_row(e));
+    pack(card, meta_row(e));
     return card;
 }
 
 GtkWidget* build_error_card(const std::string& error) {
     GtkWidget* card = theme_card();
     set_margins(card, 16, 16, 16, 0);
-    gtk_box_pack_start(GTK_BOX(card), text_label("Could not load the changes", "val-strong"), FALSE, FALSE, 0);
+    pack(card, left_label("Could not load the changes", "val-strong"));
     GtkWidget* err = wrapped_label(error, "error-text");
     gtk_label_set_selectable(GTK_LABEL(err), TRUE);
-    gtk_box_pack_start(GTK_BOX(card), err, FALSE, FALSE, 0);
+    pack(card, err);
     return card;
 }
 
@@ -197,7 +168,7 @@ void clear_body() {
 
 void show_changes(const ChangeLog& log) {
     for (const ChangeEntry& e : log.entries) {
-        gtk_box_pack_start(GTK_BOX(changes_body), build_entry_row(e), FALSE, FALSE, 0);
+        pack(changes_body, build_entry_row(e));
     }
 
     std::string sub = log.channel + "  ·  " + log.version;
@@ -218,14 +189,15 @@ void show_changes(const ChangeLog& log) {
 }
 
 void show_failure(const ChangeLog& log) {
-    gtk_box_pack_start(GTK_BOX(changes_body), build_error_card(log.error), FALSE, FALSE, 0);
+    pack(changes_body, build_error_card(log.error));
     gtk_label_set_text(GTK_LABEL(changes_status), "Nothing loaded.");
     theme_header_set_subtitle(changes_header, "no data");
     gtk_widget_hide(changes_link);
 }
 
-/// Gives the keyboard back to the control that had it when the load began, unless it was led elsewhere meanwhile.
-void give_keys_back() {
+/// Gives the keyboard focus back to the control that had it when the load began, unless the user has moved it
+/// meanwhile.
+void restore_focus() {
     auto* control = static_cast<GtkWidget*>(g_object_get_data(G_OBJECT(changes_win), FOCUS_KEY));
     if (!control || !gtk_widget_get_visible(control) || gtk_window_get_focus(GTK_WINDOW(changes_win))) return;
     gtk_widget_grab_focus(control);
@@ -245,7 +217,7 @@ gboolean apply_result(gpointer data) {
         show_failure(res->log);
     }
     gtk_widget_show_all(changes_body);
-    give_keys_back();
+    restore_focus();
     return G_SOURCE_REMOVE;
 }
 
@@ -257,8 +229,8 @@ GtkWidget* loading_indicator() {
     gtk_widget_set_margin_top(spinner_box, 40);
     GtkWidget* spinner = gtk_spinner_new();
     gtk_spinner_start(GTK_SPINNER(spinner));
-    gtk_box_pack_start(GTK_BOX(spinner_box), spinner, FALSE, FALSE, 0);
-    gtk_box_pack_start(GTK_BOX(spinner_box), plain_label("Loading changes …", "status"), FALSE, FALSE, 0);
+    pack(spinner_box, spinner);
+    pack(spinner_box, styled_label("Loading changes …", "status"));
     return spinner_box;
 }
 
@@ -268,13 +240,13 @@ void start_load(const std::string& channel, const std::string& known_version) {
     theme_header_set_accent(changes_header, theme_channel_class(channel));
     theme_header_set_subtitle(changes_header, valid_utf8(channel + "  ·  loading …").get());
     clear_body();
-    // What takes no keys for a while loses them for good, so that they would have to be led there anew after each load.
+    // An insensitive control loses the focus for good: without this, every load would take it from the user.
     g_object_set_data(G_OBJECT(changes_win), FOCUS_KEY, gtk_window_get_focus(GTK_WINDOW(changes_win)));
     gtk_widget_set_sensitive(changes_refresh, FALSE);
     gtk_widget_set_sensitive(changes_combo, FALSE);
     gtk_widget_hide(changes_link);
     gtk_label_set_text(GTK_LABEL(changes_status), "Contacting Kernhaven …");
-    gtk_box_pack_start(GTK_BOX(changes_body), loading_indicator(), FALSE, FALSE, 0);
+    pack(changes_body, loading_indicator());
     gtk_widget_show_all(changes_body);
 
     std::thread([req, channel, known_version] {
@@ -301,52 +273,41 @@ void on_refresh(GtkButton*, gpointer) {
 GtkWidget* toolbar() {
     GtkWidget* bar = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 8);
     theme_add_class(bar, "toolbar");
-    changes_status = text_label("", "status");
+    changes_status = left_label("", "status");
     gtk_label_set_ellipsize(GTK_LABEL(changes_status), PANGO_ELLIPSIZE_END);
-    gtk_box_pack_start(GTK_BOX(bar), changes_status, TRUE, TRUE, 0);
+    pack_filling(bar, changes_status);
 
     changes_refresh = gtk_button_new_with_label("Refresh");
     g_signal_connect(changes_refresh, "clicked", G_CALLBACK(on_refresh), nullptr);
-    gtk_box_pack_end(GTK_BOX(bar), changes_refresh, FALSE, FALSE, 0);
+    pack_at_end(bar, changes_refresh);
 
     changes_combo = gtk_combo_box_text_new();
-    gtk_combo_box_text_append(GTK_COMBO_BOX_TEXT(changes_combo), "mainline", "Mainline");
-    gtk_combo_box_text_append(GTK_COMBO_BOX_TEXT(changes_combo), "stable", "Stable");
-    gtk_combo_box_text_append(GTK_COMBO_BOX_TEXT(changes_combo), "longterm", "Longterm");
+    for (const auto& [id, name, version] : CHANNELS) {
+        gtk_combo_box_text_append(GTK_COMBO_BOX_TEXT(changes_combo), id, name);
+    }
     gtk_widget_set_tooltip_text(
         changes_combo,
         "Which channel to show. Preselected from Settings; changing it here does not change the panel label.");
-    gtk_box_pack_end(GTK_BOX(bar), changes_combo, FALSE, FALSE, 0);
+    pack_at_end(bar, changes_combo);
     return bar;
 }
 
 GtkWidget* scrolled_body() {
-    GtkWidget* scroll = gtk_scrolled_window_new(nullptr, nullptr);
-    gtk_scrolled_window_set_policy(GTK_SCROLLED_WINDOW(scroll), GTK_POLICY_AUTOMATIC, GTK_POLICY_AUTOMATIC);
     changes_body = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
-    gtk_widget_set_margin_top(changes_body, 6);
-    gtk_widget_set_margin_bottom(changes_body, 6);
-    gtk_container_add(GTK_CONTAINER(scroll), changes_body);
-    return scroll;
+    set_margins(changes_body, 0, 0, 6, 6);
+    return scrolled(changes_body);
 }
 
 /// Returns the row with the link to all of the changelog and Close.
-GtkWidget* buttons(GtkWidget* win) {
+GtkWidget* buttons(GtkWidget* window) {
     GtkWidget* btn_box = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 0);
     set_margins(btn_box, 14, 14, 8, 10);
     changes_link = gtk_link_button_new_with_label(VELDRIN_RELEASE_SITE, "Open the full changelog on Kernhaven");
     gtk_widget_set_halign(changes_link, GTK_ALIGN_START);
     gtk_widget_set_no_show_all(changes_link, TRUE);
-    gtk_box_pack_start(GTK_BOX(btn_box), changes_link, FALSE, FALSE, 0);
-    GtkWidget* close_btn = gtk_button_new_with_label("Close");
-    g_signal_connect_swapped(close_btn, "clicked", G_CALLBACK(gtk_widget_destroy), win);
-    gtk_box_pack_end(GTK_BOX(btn_box), close_btn, FALSE, FALSE, 0);
+    pack(btn_box, changes_link);
+    pack_at_end(btn_box, close_button(window));
     return btn_box;
-}
-
-gboolean on_delete(GtkWidget* win, GdkEvent*, gpointer) {
-    gtk_widget_destroy(win);
-    return TRUE;
 }
 
 void on_destroy(GtkWidget*, gpointer) {
@@ -363,7 +324,7 @@ void on_destroy(GtkWidget*, gpointer) {
 }  // namespace
 
 void show_changes_window(const AppState& state) {
-    g_known = {state.mainline, state.stable, state.longterm};
+    for (size_t i = 0; i < CHANNELS.size(); ++i) g_known.*KNOWN_VERSIONS[i] = state.*CHANNELS[i].version;
     if (changes_win) {
         gtk_window_present(GTK_WINDOW(changes_win));
         return;
@@ -379,11 +340,11 @@ void show_changes_window(const AppState& state) {
     GtkWidget* vbox = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
     gtk_container_add(GTK_CONTAINER(win), vbox);
     changes_header = theme_header("Latest Kernel Changes", "", theme_channel_class(channel));
-    gtk_box_pack_start(GTK_BOX(vbox), changes_header, FALSE, FALSE, 0);
-    gtk_box_pack_start(GTK_BOX(vbox), toolbar(), FALSE, FALSE, 0);
-    gtk_box_pack_start(GTK_BOX(vbox), scrolled_body(), TRUE, TRUE, 0);
-    gtk_box_pack_start(GTK_BOX(vbox), buttons(win), FALSE, FALSE, 0);
-    g_signal_connect(win, "delete-event", G_CALLBACK(on_delete), nullptr);
+    pack(vbox, changes_header);
+    pack(vbox, toolbar());
+    pack_filling(vbox, scrolled_body());
+    pack(vbox, buttons(win));
+    g_signal_connect(win, "delete-event", G_CALLBACK(destroy_on_delete), nullptr);
     g_signal_connect(win, "destroy", G_CALLBACK(on_destroy), nullptr);
 
     gtk_widget_show_all(win);

@@ -1,17 +1,22 @@
+// The channel's selector and what it changes at once, then each card from the top of the window to its bottom.
 #include "info_window.h"
 
 #include "kernel_checker.h"
 #include "sites.h"
 #include "theme.h"
+#include "widgets.h"
 
 #include <gtk/gtk.h>
+#include <array>
 #include <string>
 
 namespace {
 
-constexpr const char* CHANNEL_IDS[] = {"mainline", "stable", "longterm"};
-constexpr const char* CHANNEL_NAMES[] = {"Mainline", "Stable", "Longterm"};
-constexpr size_t CHANNELS = 3;
+constexpr auto CHANNEL_IDS = [] {
+    std::array<const char*, CHANNELS.size()> ids{};
+    for (size_t i = 0; i < ids.size(); ++i) ids[i] = CHANNELS[i].id;
+    return ids;
+}();
 
 constexpr char CONTEXT_KEY[] = "channel-ctx";
 constexpr char BADGE_KEY[] = "panel-badge";
@@ -20,18 +25,11 @@ constexpr char BADGE_KEY[] = "panel-badge";
 struct ChannelCtx {
     AppState* state;
     void (*on_channel_changed)();
-    GtkWidget* rows[CHANNELS];  ///< Each channel's row in the release card, borrowed.
+    GtkWidget* rows[CHANNELS.size()];  ///< Each channel's row in the release card, borrowed.
 };
 
 GtkWidget* info_win = nullptr;
 GtkWidget* info_header = nullptr;
-
-GtkWidget* left_label(const char* text, const char* css_class) {
-    GtkWidget* label = gtk_label_new(text);
-    gtk_label_set_xalign(GTK_LABEL(label), 0.0);
-    theme_add_class(label, css_class);
-    return label;
-}
 
 GtkWidget* key_label(const char* key) {
     GtkWidget* label = left_label(key, "key");
@@ -41,29 +39,27 @@ GtkWidget* key_label(const char* key) {
 
 GtkWidget* card_with_title(const char* title) {
     GtkWidget* card = theme_card();
-    gtk_box_pack_start(GTK_BOX(card), left_label(title, "section"), FALSE, FALSE, 0);
+    pack(card, left_label(title, "section"));
     return card;
 }
 
 GtkWidget* kv_row(const char* key, const std::string& value, const char* value_class) {
     GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 12);
     GtkWidget* name = key_label(key);
-    gtk_box_pack_start(GTK_BOX(row), name, FALSE, FALSE, 0);
+    pack(row, name);
     GtkWidget* text = left_label("", value_class);
     // A version may come from a damaged state file.
-    gchar* valid = g_utf8_make_valid(value.data(), static_cast<gssize>(value.size()));
-    theme_show_excerpt(GTK_LABEL(text), valid);
-    g_free(valid);
+    show_excerpt(GTK_LABEL(text), valid_utf8(value).get());
     gtk_label_set_selectable(GTK_LABEL(text), TRUE);
     // So a screen reader says whose value it reads.
     gtk_label_set_mnemonic_widget(GTK_LABEL(name), text);
-    gtk_box_pack_start(GTK_BOX(row), text, TRUE, TRUE, 0);
+    pack_filling(row, text);
     return row;
 }
 
 /// Shows the badge on the chosen channel's row alone; on none for what is no channel.
 void mark_active_channel(ChannelCtx* ctx) {
-    for (size_t i = 0; i < CHANNELS; ++i) {
+    for (size_t i = 0; i < CHANNELS.size(); ++i) {
         if (!ctx->rows[i]) continue;
         auto* badge = static_cast<GtkWidget*>(g_object_get_data(G_OBJECT(ctx->rows[i]), BADGE_KEY));
         if (badge) gtk_widget_set_visible(badge, ctx->state->channel == CHANNEL_IDS[i]);
@@ -82,8 +78,8 @@ void on_channel_combo_changed(GtkComboBox* combo, gpointer data) {
 
 GtkWidget* channel_combo(ChannelCtx* ctx) {
     GtkWidget* combo = gtk_combo_box_text_new();
-    for (size_t i = 0; i < CHANNELS; ++i) {
-        gtk_combo_box_text_append(GTK_COMBO_BOX_TEXT(combo), CHANNEL_IDS[i], CHANNEL_NAMES[i]);
+    for (const Channel& channel : CHANNELS) {
+        gtk_combo_box_text_append(GTK_COMBO_BOX_TEXT(combo), channel.id, channel.name);
     }
     gtk_combo_box_set_active_id(GTK_COMBO_BOX(combo), ctx->state->channel.c_str());
     g_object_set_data_full(G_OBJECT(combo), CONTEXT_KEY, ctx,
@@ -96,64 +92,52 @@ GtkWidget* panel_card(ChannelCtx* ctx) {
     GtkWidget* card = card_with_title("SHOWN IN PANEL");
     GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 12);
     GtkWidget* key = key_label("Channel");
-    gtk_box_pack_start(GTK_BOX(row), key, FALSE, FALSE, 0);
+    pack(row, key);
     GtkWidget* combo = channel_combo(ctx);
-    gtk_box_pack_start(GTK_BOX(row), combo, TRUE, TRUE, 0);
+    pack_filling(row, combo);
     // So a screen reader says what the selector is for.
     gtk_label_set_mnemonic_widget(GTK_LABEL(key), combo);
-    gtk_box_pack_start(GTK_BOX(card), row, FALSE, FALSE, 0);
+    pack(card, row);
 
-    GtkWidget* hint =
-        left_label("This channel's version is what the tray shows, and it is preselected in Latest Changes.", "note");
-    gtk_label_set_line_wrap(GTK_LABEL(hint), TRUE);
-    gtk_box_pack_start(GTK_BOX(card), hint, FALSE, FALSE, 0);
+    pack(card, wrapped_label("This channel's version is what the tray shows, and it is preselected in Latest Changes.",
+                             "note"));
     return card;
 }
 
 GtkWidget* system_card(const std::string& running) {
     GtkWidget* card = card_with_title("YOUR SYSTEM");
-    gtk_box_pack_start(GTK_BOX(card), kv_row("Running", running, "val-strong"), FALSE, FALSE, 0);
+    pack(card, kv_row("Running", running, "val-strong"));
     return card;
 }
 
 GtkWidget* version_row(const char* channel_name, const std::string& version) {
     GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 8);
-    gtk_box_pack_start(GTK_BOX(row), kv_row(channel_name, version.empty() ? "…" : version, "val"), TRUE, TRUE, 0);
+    pack_filling(row, kv_row(channel_name, version.empty() ? "…" : version, "val"));
     GtkWidget* badge = theme_badge("panel", "badge-green");
     gtk_widget_set_no_show_all(badge, TRUE);
-    gtk_box_pack_end(GTK_BOX(row), badge, FALSE, FALSE, 0);
+    pack_at_end(row, badge);
     g_object_set_data(G_OBJECT(row), BADGE_KEY, badge);
     return row;
 }
 
 GtkWidget* releases_card(ChannelCtx* ctx) {
     GtkWidget* card = card_with_title("KERNHAVEN");
-    const std::string* versions[] = {&ctx->state->mainline, &ctx->state->stable, &ctx->state->longterm};
-    for (size_t i = 0; i < CHANNELS; ++i) {
-        ctx->rows[i] = version_row(CHANNEL_NAMES[i], *versions[i]);
-        gtk_box_pack_start(GTK_BOX(card), ctx->rows[i], FALSE, FALSE, 0);
+    for (size_t i = 0; i < CHANNELS.size(); ++i) {
+        ctx->rows[i] = version_row(CHANNELS[i].name, ctx->state->*CHANNELS[i].version);
+        pack(card, ctx->rows[i]);
     }
     GtkWidget* link =
         gtk_link_button_new_with_label(VELDRIN_RELEASE_SITE, std::string(host_of(VELDRIN_RELEASE_SITE)).c_str());
     gtk_widget_set_halign(link, GTK_ALIGN_START);
-    gtk_box_pack_start(GTK_BOX(card), link, FALSE, FALSE, 0);
+    pack(card, link);
     return card;
 }
 
 GtkWidget* buttons(GtkWidget* window) {
     GtkWidget* btn_box = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 0);
-    gtk_widget_set_margin_start(btn_box, 16);
-    gtk_widget_set_margin_end(btn_box, 16);
-    gtk_widget_set_margin_bottom(btn_box, 12);
-    GtkWidget* close = gtk_button_new_with_label("Close");
-    g_signal_connect_swapped(close, "clicked", G_CALLBACK(gtk_widget_destroy), window);
-    gtk_box_pack_end(GTK_BOX(btn_box), close, FALSE, FALSE, 0);
+    set_margins(btn_box, 16, 16, 0, 12);
+    pack_at_end(btn_box, close_button(window));
     return btn_box;
-}
-
-gboolean on_delete(GtkWidget* window, GdkEvent*, gpointer) {
-    gtk_widget_destroy(window);
-    return TRUE;
 }
 
 void on_destroy(GtkWidget*, gpointer) {
@@ -181,22 +165,19 @@ void show_info_window(AppState& state, void (*on_channel_changed)()) {
     GtkWidget* vbox = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
     gtk_container_add(GTK_CONTAINER(window), vbox);
     info_header = theme_header("Veldrin", "Linux kernel overview", theme_channel_class(state.channel));
-    gtk_box_pack_start(GTK_BOX(vbox), info_header, FALSE, FALSE, 0);
+    pack(vbox, info_header);
 
     GtkWidget* col = gtk_box_new(GTK_ORIENTATION_VERTICAL, 12);
-    gtk_widget_set_margin_start(col, 16);
-    gtk_widget_set_margin_end(col, 16);
-    gtk_widget_set_margin_top(col, 14);
-    gtk_widget_set_margin_bottom(col, 8);
-    gtk_box_pack_start(GTK_BOX(vbox), col, FALSE, FALSE, 0);
+    set_margins(col, 16, 16, 14, 8);
+    pack(vbox, col);
 
     auto* ctx = new ChannelCtx{&state, on_channel_changed, {}};
-    gtk_box_pack_start(GTK_BOX(col), panel_card(ctx), FALSE, FALSE, 0);
-    gtk_box_pack_start(GTK_BOX(col), system_card(running), FALSE, FALSE, 0);
-    gtk_box_pack_start(GTK_BOX(col), releases_card(ctx), FALSE, FALSE, 0);
-    gtk_box_pack_start(GTK_BOX(vbox), buttons(window), FALSE, FALSE, 0);
+    pack(col, panel_card(ctx));
+    pack(col, system_card(running));
+    pack(col, releases_card(ctx));
+    pack(vbox, buttons(window));
 
-    g_signal_connect(window, "delete-event", G_CALLBACK(on_delete), nullptr);
+    g_signal_connect(window, "delete-event", G_CALLBACK(destroy_on_delete), nullptr);
     g_signal_connect(window, "destroy", G_CALLBACK(on_destroy), nullptr);
     gtk_widget_show_all(window);
     mark_active_channel(ctx);

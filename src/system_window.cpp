@@ -1,12 +1,14 @@
+// The pieces of both tabs from the top of the window to its bottom: the System tab's cards, the Modules tab from its
+// detail pane to its page, the bar that asks for a permission, and last the window around them.
 #include "system_window.h"
 
 #include "local_system.h"
 #include "theme.h"
+#include "widgets.h"
 
 #include <gtk/gtk.h>
 #include <algorithm>
 #include <cstring>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -19,6 +21,15 @@ constexpr char USED_FG_IDLE[] = "#9ca3af";
 constexpr char COMMAND_KEY[] = "cmd";
 constexpr char COPY_BUTTON_KEY[] = "copy-btn";
 constexpr char HEIGHT_KEY[] = "height";
+
+// In pixels.
+constexpr int KEY_WIDTH = 110;
+constexpr int KEY_GAP = 12;
+constexpr int DETAIL_MARGIN = 12;
+constexpr int FIRST_LIST_HEIGHT = 250;
+/// A smaller pane has no place in its window yet.
+constexpr int LEAST_PANE_HEIGHT = 120;
+constexpr int LEAST_PANE_WIDTH = 50;
 
 /// The columns of the store.
 enum Column { NAME, SIZE_TEXT, SIZE, REFCOUNT, USED_BY, USED_FG, INDEX, COLUMNS };
@@ -40,39 +51,16 @@ GtkWidget* g_mod_pane = nullptr;
 /// The button that reads "Copied", null once it is gone: its timer may outlive it.
 GtkWidget* g_copied_button = nullptr;
 
-// ---- Small pieces ---------------------------------------------------------------------------------------------------
-
-struct Free {
-    void operator()(gchar* text) const { g_free(text); }
-};
-using Text = std::unique_ptr<gchar, Free>;
-
-/// Returns `text` as GTK can show it, whatever its bytes are: an old author's name may be in any encoding.
-Text valid_utf8(const std::string& text) {
-    return Text(g_utf8_make_valid(text.data(), static_cast<gssize>(text.size())));
-}
-
-GtkWidget* left_label(const std::string& text, const char* css_class) {
-    GtkWidget* label = gtk_label_new(valid_utf8(text).get());
-    gtk_label_set_xalign(GTK_LABEL(label), 0.0);
-    theme_add_class(label, css_class);
-    return label;
-}
-
-GtkWidget* wrapped_label(const std::string& text, const char* css_class) {
-    GtkWidget* label = left_label(text, css_class);
-    gtk_label_set_line_wrap(GTK_LABEL(label), TRUE);
-    return label;
-}
+// ---- Keys, values and badges ----------------------------------------------------------------------------------------
 
 /// Gives a widget that has no label of its own a name for screen readers.
-void name_for_readers(GtkWidget* widget, const char* name) {
+void set_accessible_name(GtkWidget* widget, const char* name) {
     atk_object_set_name(gtk_widget_get_accessible(widget), name);
 }
 
 GtkWidget* key_label(const char* key) {
     GtkWidget* label = left_label(key, "key");
-    gtk_widget_set_size_request(label, 110, -1);
+    gtk_widget_set_size_request(label, KEY_WIDTH, -1);
     return label;
 }
 
@@ -80,23 +68,8 @@ GtkWidget* badge(const std::string& text, const char* css_class) {
     return theme_badge(valid_utf8(text).get(), css_class);
 }
 
-void set_margins(GtkWidget* widget, int start, int end, int top, int bottom) {
-    gtk_widget_set_margin_start(widget, start);
-    gtk_widget_set_margin_end(widget, end);
-    gtk_widget_set_margin_top(widget, top);
-    gtk_widget_set_margin_bottom(widget, bottom);
-}
-
-void pack(GtkWidget* box, GtkWidget* child) {
-    gtk_box_pack_start(GTK_BOX(box), child, FALSE, FALSE, 0);
-}
-
-void pack_filling(GtkWidget* box, GtkWidget* child) {
-    gtk_box_pack_start(GTK_BOX(box), child, TRUE, TRUE, 0);
-}
-
 GtkWidget* kv_row(const char* key, const std::string& value, bool mono) {
-    GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 12);
+    GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, KEY_GAP);
     GtkWidget* name = key_label(key);
     gtk_widget_set_valign(name, GTK_ALIGN_START);
     pack(row, name);
@@ -128,7 +101,7 @@ size_t count_in_use() {
     return static_cast<size_t>(std::ranges::count_if(g_modules, in_use));
 }
 
-// ---- System tab -----------------------------------------------------------------------------------------------------
+// ---- System tab: the kernel and the system --------------------------------------------------------------------------
 
 GtkWidget* running_kernel_card(const SystemInfo& si) {
     GtkWidget* card = card_with_title("RUNNING KERNEL");
@@ -152,8 +125,8 @@ GtkWidget* running_kernel_card(const SystemInfo& si) {
 GtkWidget* distro_note(const std::string& note) {
     GtkWidget* label = wrapped_label(note, "note");
     gtk_label_set_selectable(GTK_LABEL(label), TRUE);
-    // The width of a key and the spacing behind it.
-    gtk_widget_set_margin_start(label, 122);
+    // Below the value of the row above.
+    gtk_widget_set_margin_start(label, KEY_WIDTH + KEY_GAP);
     return label;
 }
 
@@ -181,6 +154,8 @@ GtkWidget* system_card(const SystemInfo& si, size_t module_count, size_t modules
     pack(card, module_counts_row(module_count, modules_in_use, modules_readable));
     return card;
 }
+
+// ---- System tab: the installed kernels, and the page ----------------------------------------------------------------
 
 GtkWidget* kernel_badge(const InstalledKernel& k) {
     if (k.running) return badge("running", "badge-green");
@@ -235,15 +210,12 @@ GtkWidget* installed_kernels_card(const SystemInfo& si) {
 }
 
 GtkWidget* build_system_tab(const SystemInfo& si, size_t module_count, size_t modules_in_use, bool modules_readable) {
-    GtkWidget* scroll = gtk_scrolled_window_new(nullptr, nullptr);
-    gtk_scrolled_window_set_policy(GTK_SCROLLED_WINDOW(scroll), GTK_POLICY_AUTOMATIC, GTK_POLICY_AUTOMATIC);
     GtkWidget* col = gtk_box_new(GTK_ORIENTATION_VERTICAL, 12);
     set_margins(col, 16, 16, 14, 16);
     pack(col, running_kernel_card(si));
     pack(col, system_card(si, module_count, modules_in_use, modules_readable));
     pack(col, installed_kernels_card(si));
-    gtk_container_add(GTK_CONTAINER(scroll), col);
-    return scroll;
+    return scrolled(col);
 }
 
 // ---- Modules tab: the detail pane -----------------------------------------------------------------------------------
@@ -258,10 +230,10 @@ gboolean fit_detail_pane(gpointer) {
 
     const int total = gtk_widget_get_allocated_height(g_mod_pane);
     const int width = gtk_widget_get_allocated_width(g_mod_pane);
-    if (total < 120 || width < 50) return G_SOURCE_REMOVE;
+    if (total < LEAST_PANE_HEIGHT || width < LEAST_PANE_WIDTH) return G_SOURCE_REMOVE;
 
     int natural = 0;
-    gtk_widget_get_preferred_height_for_width(g_detail_box, width - 24, nullptr, &natural);
+    gtk_widget_get_preferred_height_for_width(g_detail_box, width - 2 * DETAIL_MARGIN, nullptr, &natural);
     const int pos = std::min(std::max(total - natural - CHROME, MIN_LIST), total - MIN_DETAIL);
     gtk_paned_set_position(GTK_PANED(g_mod_pane), pos);
     return G_SOURCE_REMOVE;
@@ -295,7 +267,8 @@ GtkWidget* module_head(const KernelModule& m) {
     return top;
 }
 
-/// Returns the grid of a module's parameters, which fills down one column and then the next. There must be at least one.
+/// Returns the grid of a module's parameters, which fills down one column and then the next. There must be at least
+/// one.
 GtkWidget* parameter_grid(const KernelModule& m) {
     const size_t n = m.parameters.size();
     const size_t cols = n <= 8 ? 1 : n <= 24 ? 2 : 3;
@@ -318,7 +291,7 @@ GtkWidget* parameter_grid(const KernelModule& m) {
 }
 
 GtkWidget* parameters_row(const KernelModule& m) {
-    GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 12);
+    GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, KEY_GAP);
     GtkWidget* key = key_label("Parameters");
     gtk_widget_set_valign(key, GTK_ALIGN_START);
     pack(row, key);
@@ -343,6 +316,8 @@ void show_module(const KernelModule& m) {
     if (!m.parameters.empty()) pack(g_detail_box, parameters_row(m));
     show_detail();
 }
+
+// ---- Modules tab: the selection -------------------------------------------------------------------------------------
 
 /// Returns the height of the table without its titles.
 int height_of_rows(GtkTreeView* view) {
@@ -372,6 +347,28 @@ void bring_into_sight(GtkTreeView* view, const GdkRectangle& row) {
     gtk_adjustment_set_value(place, gtk_adjustment_get_value(place) + by);
 }
 
+/// The selected row must not vanish behind a divider that moves up. One that the user has scrolled away from stays
+/// where it is, and so does the table.
+void keep_selection_in_sight(GtkWidget* view, GdkRectangle*, gpointer) {
+    const int height = height_of_rows(GTK_TREE_VIEW(view));
+    const int before = GPOINTER_TO_INT(g_object_get_data(G_OBJECT(view), HEIGHT_KEY));
+    g_object_set_data(G_OBJECT(view), HEIGHT_KEY, GINT_TO_POINTER(height));
+    if (height >= before) return;
+    const std::optional<GdkRectangle> row = selected_row(GTK_TREE_VIEW(view));
+    if (row && row->y < before && row->y + row->height > height) bring_into_sight(GTK_TREE_VIEW(view), *row);
+}
+
+/// Returns the selected module's index into `g_modules`, or -1.
+int selected_index() {
+    GtkTreeModel* model = nullptr;
+    GtkTreeIter iter;
+    int idx = -1;
+    if (g_selection && gtk_tree_selection_get_selected(g_selection, &model, &iter)) {
+        gtk_tree_model_get(model, &iter, INDEX, &idx, -1);
+    }
+    return idx;
+}
+
 void on_selection_changed(GtkTreeSelection* sel, gpointer) {
     // The table loses its selection once more while the window goes.
     if (!g_detail_box) return;
@@ -392,33 +389,22 @@ void on_selection_changed(GtkTreeSelection* sel, gpointer) {
     if (const std::optional<GdkRectangle> row = selected_row(view)) bring_into_sight(view, *row);
 }
 
-// ---- Modules tab: the table -----------------------------------------------------------------------------------------
-
-/// Returns the selected module's index into `g_modules`, or -1.
-int selected_index() {
-    GtkTreeModel* model = nullptr;
-    GtkTreeIter iter;
-    int idx = -1;
-    if (g_selection && gtk_tree_selection_get_selected(g_selection, &model, &iter)) {
-        gtk_tree_model_get(model, &iter, INDEX, &idx, -1);
-    }
-    return idx;
-}
-
-/// When the row with the cursor goes, GTK selects the next one, and so on for as long as rows go. Between these two
-/// calls none of them is shown, with a run of modinfo for each.
-void ignore_selection() {
+/// When the row with the cursor goes, GTK selects the next one, and so on for as long as rows go. Without this, each of
+/// them would be shown for a moment, with a run of modinfo for each.
+void block_selection_handler() {
     if (g_selection) g_signal_handlers_block_by_func(g_selection, (gpointer)on_selection_changed, nullptr);
 }
 
-void heed_selection() {
+void unblock_selection_handler() {
     if (g_selection) g_signal_handlers_unblock_by_func(g_selection, (gpointer)on_selection_changed, nullptr);
 }
 
+// ---- Modules tab: the rows, the filter and the status ---------------------------------------------------------------
+
 void fill_store() {
-    ignore_selection();
+    block_selection_handler();
     gtk_list_store_clear(g_store);
-    heed_selection();
+    unblock_selection_handler();
     for (size_t i = 0; i < g_modules.size(); ++i) {
         const KernelModule& m = g_modules[i];
         gtk_list_store_insert_with_values(g_store, nullptr, -1, NAME, valid_utf8(m.name).get(), SIZE_TEXT,
@@ -463,11 +449,11 @@ void update_module_status() {
 
 void refilter() {
     const int before = selected_index();
-    ignore_selection();
+    block_selection_handler();
     gtk_tree_model_filter_refilter(GTK_TREE_MODEL_FILTER(g_filter));
     const bool lost = selected_index() != before;
     if (lost) gtk_tree_selection_unselect_all(g_selection);
-    heed_selection();
+    unblock_selection_handler();
     if (lost) show_detail_placeholder();
     update_module_status();
 }
@@ -475,6 +461,8 @@ void refilter() {
 void on_search_changed(GtkEditable*, gpointer) {
     refilter();
 }
+
+// ---- Modules tab: the list or an error ------------------------------------------------------------------------------
 
 /// Shows why there is no list: a title and, behind the first line feed of `error`, an explanation.
 void set_module_error(const std::string& error) {
@@ -514,20 +502,6 @@ void reload_modules(GtkButton*, gpointer) {
     show_detail_placeholder();
 }
 
-GtkWidget* module_toolbar() {
-    GtkWidget* bar = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 8);
-    theme_add_class(bar, "toolbar");
-    g_search = gtk_entry_new();
-    gtk_entry_set_placeholder_text(GTK_ENTRY(g_search), "Filter by module name or user…");
-    name_for_readers(g_search, "Filter by module name or user");
-    g_signal_connect(g_search, "changed", G_CALLBACK(on_search_changed), nullptr);
-    pack_filling(bar, g_search);
-    GtkWidget* reload = gtk_button_new_with_label("Reload");
-    g_signal_connect(reload, "clicked", G_CALLBACK(reload_modules), nullptr);
-    pack(bar, reload);
-    return bar;
-}
-
 GtkWidget* centred_label(const char* css_class) {
     GtkWidget* label = gtk_label_new("");
     gtk_label_set_justify(GTK_LABEL(label), GTK_JUSTIFY_CENTER);
@@ -560,6 +534,8 @@ GtkWidget* module_error_panel() {
     return g_mod_error;
 }
 
+// ---- Modules tab: the table -----------------------------------------------------------------------------------------
+
 void add_text_column(GtkWidget* view, const char* title, int col, int sort_col, float xalign, int min_width,
                      bool colour_by_use) {
     GtkCellRenderer* renderer = gtk_cell_renderer_text_new();
@@ -571,17 +547,6 @@ void add_text_column(GtkWidget* view, const char* title, int col, int sort_col, 
     gtk_tree_view_column_set_min_width(column, min_width);
     gtk_tree_view_column_set_alignment(column, xalign);
     gtk_tree_view_append_column(GTK_TREE_VIEW(view), column);
-}
-
-/// The selected row must not vanish behind a divider that moves up. One that the user has scrolled away from stays where
-/// it is, and so does the table.
-void keep_selection_in_sight(GtkWidget* view, GdkRectangle*, gpointer) {
-    const int height = height_of_rows(GTK_TREE_VIEW(view));
-    const int before = GPOINTER_TO_INT(g_object_get_data(G_OBJECT(view), HEIGHT_KEY));
-    g_object_set_data(G_OBJECT(view), HEIGHT_KEY, GINT_TO_POINTER(height));
-    if (height >= before) return;
-    const std::optional<GdkRectangle> row = selected_row(GTK_TREE_VIEW(view));
-    if (row && row->y < before && row->y + row->height > height) bring_into_sight(GTK_TREE_VIEW(view), *row);
 }
 
 /// Returns the table, empty. The store and the filter below it are made anew with each window, and stay behind.
@@ -606,15 +571,24 @@ GtkWidget* module_table() {
     return view;
 }
 
-GtkWidget* scrolled(GtkWidget* content) {
-    GtkWidget* scroll = gtk_scrolled_window_new(nullptr, nullptr);
-    gtk_scrolled_window_set_policy(GTK_SCROLLED_WINDOW(scroll), GTK_POLICY_AUTOMATIC, GTK_POLICY_AUTOMATIC);
-    gtk_container_add(GTK_CONTAINER(scroll), content);
-    return scroll;
+// ---- Modules tab: the page ------------------------------------------------------------------------------------------
+
+GtkWidget* module_toolbar() {
+    GtkWidget* bar = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 8);
+    theme_add_class(bar, "toolbar");
+    g_search = gtk_entry_new();
+    gtk_entry_set_placeholder_text(GTK_ENTRY(g_search), "Filter by module name or user…");
+    set_accessible_name(g_search, "Filter by module name or user");
+    g_signal_connect(g_search, "changed", G_CALLBACK(on_search_changed), nullptr);
+    pack_filling(bar, g_search);
+    GtkWidget* reload = gtk_button_new_with_label("Reload");
+    g_signal_connect(reload, "clicked", G_CALLBACK(reload_modules), nullptr);
+    pack(bar, reload);
+    return bar;
 }
 
 /// Of itself GTK leads the keyboard to the smaller half of a pane first, and stops at an empty detail pane.
-void lead_keys(GtkWidget* list_scroll, GtkWidget* detail_scroll) {
+void set_focus_order(GtkWidget* list_scroll, GtkWidget* detail_scroll) {
     GList second = {detail_scroll, nullptr, nullptr};
     GList first = {list_scroll, &second, nullptr};
     G_GNUC_BEGIN_IGNORE_DEPRECATIONS
@@ -635,7 +609,7 @@ GtkWidget* build_modules_tab() {
 
     GtkWidget* list_scroll = scrolled(module_table());
     g_detail_box = theme_card();
-    set_margins(g_detail_box, 12, 12, 10, 10);
+    set_margins(g_detail_box, DETAIL_MARGIN, DETAIL_MARGIN, 10, 10);
     // Keeps the card at its own height in a pane that is higher.
     GtkWidget* detail_holder = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
     pack(detail_holder, g_detail_box);
@@ -644,9 +618,9 @@ GtkWidget* build_modules_tab() {
     g_mod_pane = gtk_paned_new(GTK_ORIENTATION_VERTICAL);
     gtk_paned_pack1(GTK_PANED(g_mod_pane), list_scroll, TRUE, FALSE);
     gtk_paned_pack2(GTK_PANED(g_mod_pane), detail_scroll, FALSE, FALSE);
-    gtk_paned_set_position(GTK_PANED(g_mod_pane), 250);
+    gtk_paned_set_position(GTK_PANED(g_mod_pane), FIRST_LIST_HEIGHT);
     pack_filling(box, g_mod_pane);
-    lead_keys(list_scroll, detail_scroll);
+    set_focus_order(list_scroll, detail_scroll);
     return box;
 }
 
@@ -683,7 +657,7 @@ GtkWidget* command_row(const std::string& cmd) {
     gtk_editable_set_editable(GTK_EDITABLE(entry), FALSE);
     gtk_entry_set_width_chars(GTK_ENTRY(entry), 46);
     theme_add_class(entry, "mono");
-    name_for_readers(entry, "Command");
+    set_accessible_name(entry, "Command");
     pack_filling(row, entry);
 
     GtkWidget* copy = gtk_button_new_with_label("Copy");
@@ -713,20 +687,13 @@ GtkWidget* permission_bar() {
 GtkWidget* buttons(GtkWidget* window) {
     GtkWidget* btn_box = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 0);
     set_margins(btn_box, 14, 14, 8, 10);
-    GtkWidget* close = gtk_button_new_with_label("Close");
-    g_signal_connect_swapped(close, "clicked", G_CALLBACK(gtk_widget_destroy), window);
-    gtk_box_pack_end(GTK_BOX(btn_box), close, FALSE, FALSE, 0);
+    pack_at_end(btn_box, close_button(window));
     return btn_box;
 }
 
 /// GTK tells screen readers of tabs that go, and then looks for their labels in vain.
 void on_notebook_destroy(GtkWidget* notebook, gpointer) {
     gtk_notebook_set_show_tabs(GTK_NOTEBOOK(notebook), FALSE);
-}
-
-gboolean on_delete(GtkWidget* window, GdkEvent*, gpointer) {
-    gtk_widget_destroy(window);
-    return TRUE;
 }
 
 void on_destroy(GtkWidget*, gpointer) {
@@ -776,7 +743,7 @@ void show_system_window() {
     if (running_as_snap() && !mod_error.empty()) pack(vbox, permission_bar());
     pack(vbox, buttons(win));
 
-    g_signal_connect(win, "delete-event", G_CALLBACK(on_delete), nullptr);
+    g_signal_connect(win, "delete-event", G_CALLBACK(destroy_on_delete), nullptr);
     g_signal_connect(win, "destroy", G_CALLBACK(on_destroy), nullptr);
     gtk_widget_show_all(win);
     system_win = win;

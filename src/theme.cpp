@@ -1,7 +1,11 @@
+// The stylesheet first, then the functions in the order of the header.
 #include "theme.h"
 
+#include "state.h"
 #include "tux_rgba.h"
+#include "widgets.h"
 
+#include <array>
 #include <cstdint>
 
 namespace {
@@ -91,14 +95,12 @@ treeview.view:selected { background-color: @acc_system; color: #ffffff; }
 treeview header button { font-size: 11px; font-weight: bold; padding: 4px 6px; }
 )css";
 
-constexpr char SUBTITLE_KEY[] = "subtitle-label";
+/// The accent of each channel's header, in the order of CHANNELS.
+constexpr auto CHANNEL_ACCENTS = std::to_array({"acc-mainline", "acc-stable", "acc-longterm"});
+static_assert(CHANNEL_ACCENTS.size() == CHANNELS.size(), "every channel has an accent");
+constexpr char SYSTEM_ACCENT[] = "acc-system";
 
-GtkWidget* header_label(const char* text, const char* css_class) {
-    GtkWidget* label = gtk_label_new(text);
-    gtk_label_set_xalign(GTK_LABEL(label), 0.0);
-    theme_add_class(label, css_class);
-    return label;
-}
+constexpr char SUBTITLE_KEY[] = "subtitle-label";
 
 /// Returns a new image of the seated penguin, or null.
 GtkWidget* penguin() {
@@ -128,9 +130,7 @@ void theme_add_class(GtkWidget* w, const char* cls) {
 }
 
 const char* theme_channel_class(const std::string& channel) {
-    if (channel == "mainline") return "acc-mainline";
-    if (channel == "longterm") return "acc-longterm";
-    return "acc-stable";
+    return CHANNEL_ACCENTS[channel_index(channel)];
 }
 
 const char* theme_tag_class(const std::string& subsystem) {
@@ -160,17 +160,17 @@ GtkWidget* theme_header(const char* title, const char* subtitle, const char* acc
     GtkWidget* hdr = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 14);
     theme_add_class(hdr, "hdr");
     theme_add_class(hdr, accent_class);
-    if (GtkWidget* image = penguin()) gtk_box_pack_start(GTK_BOX(hdr), image, FALSE, FALSE, 0);
+    if (GtkWidget* image = penguin()) pack(hdr, image);
 
     GtkWidget* texts = gtk_box_new(GTK_ORIENTATION_VERTICAL, 2);
     gtk_widget_set_valign(texts, GTK_ALIGN_CENTER);
-    GtkWidget* t = header_label(title, "hdr-title");
-    gtk_box_pack_start(GTK_BOX(texts), t, FALSE, FALSE, 0);
-    GtkWidget* s = header_label("", "hdr-subtitle");
+    GtkWidget* t = left_label(title, "hdr-title");
+    pack(texts, t);
+    GtkWidget* s = left_label("", "hdr-subtitle");
     gtk_label_set_line_wrap(GTK_LABEL(s), TRUE);
-    theme_show_excerpt(GTK_LABEL(s), subtitle ? subtitle : "");
-    gtk_box_pack_start(GTK_BOX(texts), s, FALSE, FALSE, 0);
-    gtk_box_pack_start(GTK_BOX(hdr), texts, TRUE, TRUE, 0);
+    show_excerpt(GTK_LABEL(s), subtitle ? subtitle : "");
+    pack(texts, s);
+    pack_filling(hdr, texts);
 
     g_object_set_data(G_OBJECT(hdr), SUBTITLE_KEY, s);
     return hdr;
@@ -178,13 +178,12 @@ GtkWidget* theme_header(const char* title, const char* subtitle, const char* acc
 
 void theme_header_set_subtitle(GtkWidget* header, const char* subtitle) {
     auto* label = static_cast<GtkLabel*>(g_object_get_data(G_OBJECT(header), SUBTITLE_KEY));
-    if (label) theme_show_excerpt(label, subtitle ? subtitle : "");
+    if (label) show_excerpt(label, subtitle ? subtitle : "");
 }
 
 void theme_header_set_accent(GtkWidget* header, const char* accent_class) {
     GtkStyleContext* context = gtk_widget_get_style_context(header);
-    for (const char* accent : {"acc-mainline", "acc-stable", "acc-longterm", "acc-system"}) {
-        gtk_style_context_remove_class(context, accent);
-    }
+    for (const char* accent : CHANNEL_ACCENTS) gtk_style_context_remove_class(context, accent);
+    gtk_style_context_remove_class(context, SYSTEM_ACCENT);
     gtk_style_context_add_class(context, accent_class);
 }

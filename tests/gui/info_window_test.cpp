@@ -353,7 +353,7 @@ TEST_F(InfoWindow, GrowsWithItsVersionsUpToTheDisplaysEdge) {
         const Extent widest = extent();
         EXPECT_LE(widest.width, widest.display);
         EXPECT_EQ(widest.height, ordinary.height);
-        for (size_t i = 0; i < 3; ++i) EXPECT_EQ(text(value(i)), theme_excerpt(endless.c_str()));
+        for (size_t i = 0; i < 3; ++i) EXPECT_EQ(text(value(i)), excerpt_of(endless.c_str()));
         EXPECT_TRUE(pango_layout_is_ellipsized(gtk_label_get_layout(GTK_LABEL(value(0)))));
         EXPECT_TRUE(pango_layout_is_ellipsized(gtk_label_get_layout(GTK_LABEL(running_value()))));
         close_info_window();

@@ -445,37 +445,37 @@ TEST(TagClass, CountsBlanks) {
 // ---- Small widgets --------------------------------------------------------------------------------------------------
 
 TEST(Excerpt, IsTheTextUpToFiveHundredCharacters) {
-    EXPECT_EQ(theme_excerpt(""), "");
-    EXPECT_EQ(theme_excerpt("7.2.4"), "7.2.4");
+    EXPECT_EQ(excerpt_of(""), "");
+    EXPECT_EQ(excerpt_of("7.2.4"), "7.2.4");
     std::string longest;
     for (int i = 0; i < 500; ++i) longest += "ö";
-    EXPECT_EQ(theme_excerpt(longest.c_str()), longest);
+    EXPECT_EQ(excerpt_of(longest.c_str()), longest);
 }
 
 TEST(Excerpt, OfALongerTextIsItsStart) {
     std::string start;
     for (int i = 0; i < 499; ++i) start += "ö";
-    EXPECT_EQ(theme_excerpt((start + "öö").c_str()), start + "…");
-    EXPECT_EQ(theme_excerpt((start + std::string(65536, 'x')).c_str()), start + "…");
+    EXPECT_EQ(excerpt_of((start + "öö").c_str()), start + "…");
+    EXPECT_EQ(excerpt_of((start + std::string(65536, 'x')).c_str()), start + "…");
 }
 
 TEST(Excerpt, IsTheFirstLineOfATextWithMore) {
     for (const char* end : {"\n", "\r", "\r\n", "\v", "\f", "\u0085", "\u2028", "\u2029"}) {
         const std::string ending = end;
-        EXPECT_EQ(theme_excerpt(("7.2.4" + ending).c_str()), "7.2.4…");
-        EXPECT_EQ(theme_excerpt(("7.2.4" + ending + "7.2.5" + ending).c_str()), "7.2.4…");
-        EXPECT_EQ(theme_excerpt((ending + "7.2.4").c_str()), "…");
+        EXPECT_EQ(excerpt_of(("7.2.4" + ending).c_str()), "7.2.4…");
+        EXPECT_EQ(excerpt_of(("7.2.4" + ending + "7.2.5" + ending).c_str()), "7.2.4…");
+        EXPECT_EQ(excerpt_of((ending + "7.2.4").c_str()), "…");
         std::string many;
         for (int i = 0; i < 499; ++i) many += ending;
-        EXPECT_EQ(theme_excerpt(many.c_str()), "…");
+        EXPECT_EQ(excerpt_of(many.c_str()), "…");
     }
 }
 
 TEST(Excerpt, OfALongFirstLineIsItsStart) {
     const std::string start(499, 'x');
-    EXPECT_EQ(theme_excerpt((start + "\nx").c_str()), start + "…");
-    EXPECT_EQ(theme_excerpt((start + "x\nx").c_str()), start + "…");
-    EXPECT_EQ(theme_excerpt((start + "xx\nx").c_str()), start + "…");
+    EXPECT_EQ(excerpt_of((start + "\nx").c_str()), start + "…");
+    EXPECT_EQ(excerpt_of((start + "x\nx").c_str()), start + "…");
+    EXPECT_EQ(excerpt_of((start + "xx\nx").c_str()), start + "…");
 }
 
 TEST(Excerpt, TakesNothingElseForALinesEnd) {
@@ -485,7 +485,7 @@ TEST(Excerpt, TakesNothingElseForALinesEnd) {
         const gint length = g_unichar_to_utf8(c, bytes);
         const std::string letter(bytes, static_cast<size_t>(length));
         const bool ends = (c >= 0xa && c <= 0xd) || c == 0x85 || c == 0x2028 || c == 0x2029;
-        EXPECT_EQ(theme_excerpt(("7" + letter + "2").c_str()), ends ? "7…" : "7" + letter + "2") << c;
+        EXPECT_EQ(excerpt_of(("7" + letter + "2").c_str()), ends ? "7…" : "7" + letter + "2") << c;
     }
 }
 
@@ -496,7 +496,7 @@ TEST(Excerpt, HasNoSecondLineForPango) {
         gchar bytes[6];
         const gint length = g_unichar_to_utf8(c, bytes);
         const std::string text = "7" + std::string(bytes, static_cast<size_t>(length)) + "2";
-        PangoLayout* layout = gtk_widget_create_pango_layout(label, theme_excerpt(text.c_str()).c_str());
+        PangoLayout* layout = gtk_widget_create_pango_layout(label, excerpt_of(text.c_str()).c_str());
         EXPECT_EQ(pango_layout_get_line_count(layout), 1) << c;
         g_object_unref(layout);
     }
