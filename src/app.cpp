@@ -1,3 +1,5 @@
+// What the user sees first: icons, label, check, menu, the signals that open windows. Behind that stands what guards
+// it, each guard with a word on what happens without it, and last the start in its order.
 #include "app.h"
 
 #include "about_dialog.h"
@@ -55,210 +57,6 @@ std::atomic<bool> g_running{true};
 std::string g_icon_dir;
 /// The timer that waits to repeat the label, or 0.
 guint g_label_repeat = 0;
-
-// ---- What the process needs before its first thread -----------------------------------------------------------------
-
-/// Gives every closed standard stream a place to go, so that no file of ours takes its number and is then written to
-/// by a library's warning.
-void open_standard_streams() {
-    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
-        // The lowest free number is the one that open() gives.
-        if (fcntl(stream, F_GETFD) < 0) open("/dev/null", O_RDWR);
-    }
-}
-
-/// Appends the folders of the system's tools to the search path: Debian keeps `modinfo` in one, and leaves both out of
-/// an ordinary user's path. Where there is no path at all, the shell's own default has them.
-void extend_search_path() {
-    const char* current = std::getenv("PATH");
-    if (!current) return;
-    std::string path = current;
-    for (const std::string directory : {"/usr/sbin", "/sbin"}) {
-        if ((':' + path + ':').find(':' + directory + ':') == std::string::npos) path += ':' + directory;
-    }
-    setenv("PATH", path.c_str(), 1);
-}
-
-/// A variable of the environment that this process has set for itself and for its commands alone.
-struct OwnVariable {
-    const char* name;
-    std::optional<std::string> users_entry;  // NAME=VALUE as the user has it, or nothing
-    int inherited_file;                      // what the value names where children inherit it, or -1
-};
-
-/// Never destroyed, because a crash may still come behind the static destructors.
-std::vector<OwnVariable>& g_own_variables = *new std::vector<OwnVariable>;
-
-void set_own_variable(const char* name, const std::string& value, int inherited_file = -1) {
-    const char* users = std::getenv(name);
-    g_own_variables.push_back(
-        {name, users ? std::optional(std::string(name) + '=' + users) : std::nullopt, inherited_file});
-    setenv(name, value.c_str(), 1);
-}
-
-/// Gives every forked child, such as the dialog after a crash, the user's own variables back. A command is no such
-/// child: popen() does without a fork, and so without these handlers.
-void give_variables_back_in_children() {
-    pthread_atfork(nullptr, nullptr, [] {
-        // Nothing here allocates: after a crash that might never end.
-        for (OwnVariable& variable : g_own_variables) {
-            if (variable.users_entry) {
-                putenv(variable.users_entry->data());
-            } else {
-                unsetenv(variable.name);
-            }
-            if (variable.inherited_file >= 0) close(variable.inherited_file);
-        }
-    });
-}
-
-/// Does the same for what a link starts, which gets a copy of this process's environment from its launch context. GTK
-/// makes one at each click; each is changed as it comes to be.
-void give_variables_back_to_links() {
-    GObjectClass* contexts = G_OBJECT_CLASS(g_type_class_ref(G_TYPE_APP_LAUNCH_CONTEXT));
-    static void (*const constructed)(GObject*) = contexts->constructed;
-    contexts->constructed = [](GObject* object) {
-        constructed(object);
-        GAppLaunchContext* context = G_APP_LAUNCH_CONTEXT(object);
-        for (const auto& [name, users_entry, file] : g_own_variables) {
-            if (users_entry) {
-                g_app_launch_context_setenv(context, name, users_entry->c_str() + std::string_view(name).size() + 1);
-            } else {
-                g_app_launch_context_unsetenv(context, name);
-            }
-        }
-    };
-}
-
-std::string file_contents(const char* path) {
-    const std::ifstream file(path, std::ios::binary);
-    std::ostringstream contents;
-    if (file) contents << file.rdbuf();
-    return std::move(contents).str();
-}
-
-/// Says whether a child that does not inherit `file` can read it by `path`, which leads through this process: a Snap's
-/// processes may not look into each other, and nobody may look into one that the system holds for confidential. A world
-/// of its own may also show other processes by our number.
-bool children_reach(const std::string& path, int file) {
-    struct stat own;
-    struct stat reached;
-    return !running_as_snap() && prctl(PR_GET_DUMPABLE) == 1 && fstat(file, &own) == 0 &&
-           stat(path.c_str(), &reached) == 0 && own.st_dev == reached.st_dev && own.st_ino == reached.st_ino;
-}
-
-/// Lets the download tool try twice, not twenty times: a silent server would hold a check for many minutes. Not once,
-/// because a site that refuses to send the header alone is asked for the page instead, which counts as a second try.
-/// `variable` names the file that the tool reads instead of the machine's own settings; it is made to name a memory
-/// file with these settings and ours behind them. The user's settings are read later and so have the last word.
-void bound_tries(const char* variable, const char* machines_own) {
-    const char* chosen = std::getenv(variable);
-    std::string settings = file_contents(chosen && access(chosen, R_OK) == 0 ? chosen : machines_own);
-    if (!settings.empty() && settings.back() != '\n') settings += '\n';
-    settings += "tries = 2\n";
-
-    const int file = memfd_create("veldrin-wgetrc", MFD_CLOEXEC);
-    if (file < 0) return;
-    if (write(file, settings.data(), settings.size()) != static_cast<ssize_t>(settings.size())) {
-        close(file);
-        return;
-    }
-    const std::string path = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(file);
-    if (children_reach(path, file)) {
-        set_own_variable(variable, path);
-        return;
-    }
-    const int inherited_file = fcntl(file, F_DUPFD, LEAST_INHERITED_FILE);
-    close(file);
-    if (inherited_file < 0) return;
-    set_own_variable(variable, "/proc/self/fd/" + std::to_string(inherited_file), inherited_file);
-}
-
-/// Connects to the session bus, for as long as the process lives. The indicator library asks for the connection twice,
-/// each time on a thread of its own, and never registers the icon if the second answer comes too late: with the
-/// connection made before, neither has anything to wait for. A bus that does not answer in time may answer later. Until
-/// then the library waits aside, but two others would hold up GTK's start for as long: they stay out of this run.
-void connect_to_session_bus() {
-    enum class Bus { ASKED, ANSWERED, LATE };
-    static Bus bus = Bus::ASKED;
-    g_bus_get(
-        G_BUS_TYPE_SESSION, nullptr,
-        [](GObject*, GAsyncResult* result, gpointer) {
-            [[maybe_unused]] static GDBusConnection* const connection = g_bus_get_finish(result, nullptr);
-            bus = Bus::ANSWERED;
-        },
-        nullptr);
-    const guint limit = g_timeout_add_seconds(
-        PATIENCE_WITH_THE_BUS,
-        [](gpointer) -> gboolean {
-            bus = Bus::LATE;
-            return G_SOURCE_REMOVE;
-        },
-        nullptr);
-    while (bus == Bus::ASKED) g_main_context_iteration(nullptr, TRUE);
-    if (bus == Bus::ANSWERED) {
-        g_source_remove(limit);
-        return;
-    }
-    // The bridge to screen readers, and GVfs.
-    set_own_variable("NO_AT_BRIDGE", "1");
-    set_own_variable("GIO_USE_VFS", "local");
-}
-
-/// GLib ignores SIGPIPE from its first socket on and GVfs from its start on, and every child would inherit that: a filter
-/// whose reader has quit would complain on the terminal. A handler does as well for us, and ends with the child's exec.
-void keep_broken_pipes_from_children() {
-    // GVfs would start at the first use of a file, after this.
-    g_vfs_get_default();
-    signal(SIGPIPE, [](int) {});
-}
-
-/// Drops the one notice by which newer versions of the indicator library announce their successor at each start.
-void drop_deprecation_notice(const char* domain, GLogLevelFlags level, const char* message, gpointer data) {
-    if (std::string_view(message).starts_with("libayatana-appindicator is deprecated.")) return;
-    g_log_default_handler(domain, level, message, data);
-}
-
-// ---- What differs between displays ----------------------------------------------------------------------------------
-
-/// Without a panel the indicator library shows an icon in GTK's own tray. Only X11 has one: elsewhere nobody would see
-/// the icon, and GTK complains of it on the terminal.
-void keep_tray_of_gtk_to_x11() {
-    const std::string_view display = G_OBJECT_TYPE_NAME(gdk_display_get_default());
-    if (display != "GdkX11Display") APP_INDICATOR_GET_CLASS(g_indicator)->fallback = nullptr;
-}
-
-/// Names the icon folder among those of the icon theme. In GTK's own tray the indicator library looks for it there, and
-/// reads beyond the list's end, now and then into a crash, where it does not find it.
-void add_icon_folder_to_theme() {
-    gtk_icon_theme_append_search_path(gtk_icon_theme_get_default(), g_icon_dir.c_str());
-}
-
-#ifdef GDK_WINDOWING_WAYLAND
-/// Tells the desktop which desktop file a window belongs to that was just mapped: it finds the window's icon by that.
-/// GTK has told it the program's name just before. Menus and tooltips are windows, too; GDK passes them over.
-gboolean set_application_id(GSignalInvocationHint*, guint, const GValue* arguments, gpointer) {
-    gpointer widget = g_value_get_object(arguments);
-    if (GTK_IS_WINDOW(widget)) {
-        // snapd puts its own name for the snap before that of the file.
-        const char* id = running_as_snap() ? "veldrin_veldrin" : "org.veldrin.Veldrin";
-        gdk_wayland_window_set_application_id(gtk_widget_get_window(GTK_WIDGET(widget)), id);
-    }
-    // Again for the next one.
-    return TRUE;
-}
-#endif
-
-/// Sees to it that every window, those that GTK opens among them, says on Wayland which program it belongs to. On X11
-/// the class of a window does.
-void name_windows() {
-#ifdef GDK_WINDOWING_WAYLAND
-    if (!GDK_IS_WAYLAND_DISPLAY(gdk_display_get_default())) return;
-    // A signal is found once its class is there.
-    g_type_class_unref(g_type_class_ref(GTK_TYPE_WIDGET));
-    g_signal_add_emission_hook(g_signal_lookup("map", GTK_TYPE_WIDGET), 0, set_application_id, nullptr, nullptr);
-#endif
-}
 
 // ---- Tray icons -----------------------------------------------------------------------------------------------------
 
@@ -322,9 +120,7 @@ std::string first_icon() {
 // ---- Label ----------------------------------------------------------------------------------------------------------
 
 const std::string& selected_version(const AppState& s) {
-    if (s.channel == "mainline") return s.mainline;
-    if (s.channel == "longterm") return s.longterm;
-    return s.stable;
+    return s.*CHANNELS[channel_index(s.channel)].version;
 }
 
 /// Shows the chosen channel's version beside the icon. A label once shown stays while the version is unknown.
@@ -332,43 +128,23 @@ void update_label() {
     const std::string& ver = selected_version(g_state);
     if (ver.empty()) return;
     // The bus carries nothing but UTF-8, and a damaged state file may hold anything.
-    gchar* valid = g_utf8_make_valid(ver.data(), static_cast<gssize>(ver.size()));
-    const std::string label = excerpt_of(valid);
+    const std::string label = excerpt_of(valid_utf8(ver).get());
     app_indicator_set_label(g_indicator, label.c_str(), label.c_str());
-    g_free(valid);
-}
-
-/// Tells every panel the label, if there is one, as a property of the icon that has changed.
-gboolean repeat_label(gpointer) {
-    g_label_repeat = 0;
-    const gchar* label = app_indicator_get_label(g_indicator);
-    // The library's, too: a process has one connection.
-    GDBusConnection* bus = label ? g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr) : nullptr;
-    if (!bus) return G_SOURCE_REMOVE;
-    GVariant* change = g_variant_new_parsed("('org.kde.StatusNotifierItem', {'XAyatanaLabel': <%s>}, @as [])", label);
-    g_dbus_connection_emit_signal(bus, nullptr, ITEM_PATH, "org.freedesktop.DBus.Properties", "PropertiesChanged",
-                                  change, nullptr);
-    g_object_unref(bus);
-    return G_SOURCE_REMOVE;
-}
-
-/// A panel has taken the icon, or is gone. GNOME's extension reads the label before it knows that an icon may have one,
-/// and drops an equal one that comes later. What it is told a second later, it shows.
-void on_panel_changed(AppIndicator*, gboolean connected, gpointer) {
-    g_clear_handle_id(&g_label_repeat, g_source_remove);
-    if (connected) g_label_repeat = g_timeout_add(LABEL_REPEAT_MS, repeat_label, nullptr);
 }
 
 // ---- The periodic check ---------------------------------------------------------------------------------------------
+
+/// Each channel's member of a check's result, in the order of CHANNELS.
+constexpr auto CHECKED_VERSIONS =
+    std::to_array({&KernelVersions::mainline, &KernelVersions::stable, &KernelVersions::longterm});
+static_assert(CHECKED_VERSIONS.size() == CHANNELS.size(), "every channel is checked");
 
 /// Takes a check's result, `data`, a KernelVersions on the heap that is ours from here on, into state, label and icon.
 gboolean update_from_fetch(gpointer data) {
     const std::unique_ptr<KernelVersions> versions(static_cast<KernelVersions*>(data));
     if (!versions->success) return G_SOURCE_REMOVE;
 
-    g_state.mainline = versions->mainline;
-    g_state.stable = versions->stable;
-    g_state.longterm = versions->longterm;
+    for (size_t i = 0; i < CHANNELS.size(); ++i) g_state.*CHANNELS[i].version = (*versions).*CHECKED_VERSIONS[i];
     update_label();
     if (!versions->stable.empty() && versions->stable != g_state.kernel) {
         g_state.latest_kernel = versions->stable;
@@ -452,26 +228,26 @@ GtkWidget* create_menu() {
 
 // ---- Window signals -------------------------------------------------------------------------------------------------
 //
-// A handler takes GLib's lock, so it may run only while its thread can't hold that lock or the allocator's: the four
-// signals are blocked in every thread, and let in only while the main loop sleeps in its poll.
+// A handler takes GLib's lock, so it may run only while its thread can hold neither that lock nor the allocator's. That
+// is why the four signals are blocked in every thread, and let in only while the main loop sleeps in its poll.
 
 gboolean open_info_window(gpointer) {
-    show_info_window(g_state, on_channel_changed);
+    on_show_info(nullptr, nullptr);
     return G_SOURCE_REMOVE;
 }
 
 gboolean open_about_dialog(gpointer) {
-    show_about_dialog();
+    on_about(nullptr, nullptr);
     return G_SOURCE_REMOVE;
 }
 
 gboolean open_changes_window(gpointer) {
-    show_changes_window(g_state);
+    on_show_changes(nullptr, nullptr);
     return G_SOURCE_REMOVE;
 }
 
 gboolean open_system_window(gpointer) {
-    show_system_window();
+    on_show_system(nullptr, nullptr);
     return G_SOURCE_REMOVE;
 }
 
@@ -522,7 +298,7 @@ void unblock_window_signals() {
     pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
 }
 
-/// Lets the window signals in again in every forked child: a browser that a link starts may have a use for them.
+/// Lets the window signals in again in every forked child. Without this, a browser that a link starts never gets them.
 void unblock_in_children() {
     pthread_atfork(nullptr, nullptr, unblock_window_signals);
 }
@@ -555,15 +331,245 @@ void install_window_signals() {
     g_main_context_set_poll_func(nullptr, poll_with_window_signals);
 }
 
+// ---- What the indicator library needs -------------------------------------------------------------------------------
+
+/// Tells every panel the label, if there is one, as a property of the icon that has changed.
+gboolean repeat_label(gpointer) {
+    g_label_repeat = 0;
+    const gchar* label = app_indicator_get_label(g_indicator);
+    // The library's, too: a process has one connection.
+    GDBusConnection* bus = label ? g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr) : nullptr;
+    if (!bus) return G_SOURCE_REMOVE;
+    GVariant* change = g_variant_new_parsed("('org.kde.StatusNotifierItem', {'XAyatanaLabel': <%s>}, @as [])", label);
+    g_dbus_connection_emit_signal(bus, nullptr, ITEM_PATH, "org.freedesktop.DBus.Properties", "PropertiesChanged",
+                                  change, nullptr);
+    g_object_unref(bus);
+    return G_SOURCE_REMOVE;
+}
+
+/// A panel has taken the icon, or is gone. GNOME's extension reads the label before it knows that an icon may have one,
+/// and drops an equal one that comes later: without the repetition, the version is missing there after every start but
+/// the first. The wait gives the extension the time that it needs.
+void on_panel_changed(AppIndicator*, gboolean connected, gpointer) {
+    g_clear_handle_id(&g_label_repeat, g_source_remove);
+    if (connected) g_label_repeat = g_timeout_add(LABEL_REPEAT_MS, repeat_label, nullptr);
+}
+
+/// Where there is no panel, the indicator library shows the icon in GTK's own tray, which X11 alone has. Without this,
+/// GTK complains on the terminal of every other display.
+void keep_tray_of_gtk_to_x11() {
+    const std::string_view display = G_OBJECT_TYPE_NAME(gdk_display_get_default());
+    if (display != "GdkX11Display") APP_INDICATOR_GET_CLASS(g_indicator)->fallback = nullptr;
+}
+
+/// Names the icon folder among those of the icon theme. Without this, GTK's own tray can crash the program: the
+/// indicator library looks for the folder in that list, and reads beyond its end.
+void add_icon_folder_to_theme() {
+    gtk_icon_theme_append_search_path(gtk_icon_theme_get_default(), g_icon_dir.c_str());
+}
+
+/// Drops one notice and passes on all others. Without this, newer versions of the indicator library announce their
+/// successor on the terminal at each start.
+void drop_deprecation_notice(const char* domain, GLogLevelFlags level, const char* message, gpointer data) {
+    if (std::string_view(message).starts_with("libayatana-appindicator is deprecated.")) return;
+    g_log_default_handler(domain, level, message, data);
+}
+
+// ---- What the process needs -----------------------------------------------------------------------------------------
+
+/// Opens every standard stream that is closed. Without this, a file of ours would get its number, and a library's
+/// warning would be written into that file.
+void open_standard_streams() {
+    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
+        // The lowest free number is the one that open() gives.
+        if (fcntl(stream, F_GETFD) < 0) open("/dev/null", O_RDWR);
+    }
+}
+
+/// Appends the folders of the system's tools to the search path. Without this, modules have no details where `modinfo`
+/// is in a folder that an ordinary user's path leaves out, as on Debian. Where there is no path at all, the shell's own
+/// default has these folders.
+void extend_search_path() {
+    const char* current = std::getenv("PATH");
+    if (!current) return;
+    std::string path = current;
+    for (const std::string directory : {"/usr/sbin", "/sbin"}) {
+        if ((':' + path + ':').find(':' + directory + ':') == std::string::npos) path += ':' + directory;
+    }
+    setenv("PATH", path.c_str(), 1);
+}
+
+/// A variable of the environment that this process has set for itself and for its commands alone.
+struct OwnVariable {
+    const char* name;
+    std::optional<std::string> users_entry;  // NAME=VALUE as the user has it, or nothing
+    int inherited_file;                      // what the value names where children inherit it, or -1
+};
+
+/// Never destroyed, because a crash may still come behind the static destructors.
+std::vector<OwnVariable>& g_own_variables = *new std::vector<OwnVariable>;
+
+void set_own_variable(const char* name, const std::string& value, int inherited_file = -1) {
+    const char* users = std::getenv(name);
+    g_own_variables.push_back(
+        {name, users ? std::optional(std::string(name) + '=' + users) : std::nullopt, inherited_file});
+    setenv(name, value.c_str(), 1);
+}
+
+/// Gives every forked child, such as the dialog after a crash, the user's own variables back. Without this, what the
+/// child starts would read our settings for the user's. The commands keep them: popen() does not fork, so that these
+/// handlers do not run.
+void give_variables_back_in_children() {
+    pthread_atfork(nullptr, nullptr, [] {
+        // Nothing here allocates: after a crash that might never end.
+        for (OwnVariable& variable : g_own_variables) {
+            if (variable.users_entry) {
+                putenv(variable.users_entry->data());
+            } else {
+                unsetenv(variable.name);
+            }
+            if (variable.inherited_file >= 0) close(variable.inherited_file);
+        }
+    });
+}
+
+/// Does the same for what a link starts. Without this, a browser would read our settings: it gets a copy of this
+/// process's environment from its launch context. GTK makes one at each click, and this changes each as it comes to be.
+void give_variables_back_to_links() {
+    GObjectClass* contexts = G_OBJECT_CLASS(g_type_class_ref(G_TYPE_APP_LAUNCH_CONTEXT));
+    static void (*const constructed)(GObject*) = contexts->constructed;
+    contexts->constructed = [](GObject* object) {
+        constructed(object);
+        GAppLaunchContext* context = G_APP_LAUNCH_CONTEXT(object);
+        for (const auto& [name, users_entry, file] : g_own_variables) {
+            if (users_entry) {
+                g_app_launch_context_setenv(context, name, users_entry->c_str() + std::string_view(name).size() + 1);
+            } else {
+                g_app_launch_context_unsetenv(context, name);
+            }
+        }
+    };
+}
+
+std::string file_contents(const char* path) {
+    const std::ifstream file(path, std::ios::binary);
+    std::ostringstream contents;
+    if (file) contents << file.rdbuf();
+    return std::move(contents).str();
+}
+
+/// Returns whether a child that does not inherit `file` can read it by `path`, which leads through this process.
+/// Processes of a Snap may not look into each other, and nobody may look into one that the system holds for
+/// confidential. In another world of processes the path may lead to another one's file.
+bool children_reach(const std::string& path, int file) {
+    struct stat own;
+    struct stat reached;
+    return !running_as_snap() && prctl(PR_GET_DUMPABLE) == 1 && fstat(file, &own) == 0 &&
+           stat(path.c_str(), &reached) == 0 && own.st_dev == reached.st_dev && own.st_ino == reached.st_ino;
+}
+
+/// Lets the download tool try twice. Without this, it tries twenty times, and a silent server holds up a check for many
+/// minutes. Once would be too few: a site that refuses to send the header alone is asked for the page next, which
+/// counts as the second try. `variable` names the file that the tool reads in place of `machines_own`, the machine's
+/// settings. Here it comes to name a memory file that holds those settings and ours behind them. The user's own
+/// settings are read later, so they have the last word.
+void limit_wget_tries(const char* variable, const char* machines_own) {
+    const char* chosen = std::getenv(variable);
+    std::string settings = file_contents(chosen && access(chosen, R_OK) == 0 ? chosen : machines_own);
+    if (!settings.empty() && settings.back() != '\n') settings += '\n';
+    settings += "tries = 2\n";
+
+    const int file = memfd_create("veldrin-wgetrc", MFD_CLOEXEC);
+    if (file < 0) return;
+    if (write(file, settings.data(), settings.size()) != static_cast<ssize_t>(settings.size())) {
+        close(file);
+        return;
+    }
+    const std::string path = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(file);
+    if (children_reach(path, file)) {
+        set_own_variable(variable, path);
+        return;
+    }
+    const int inherited_file = fcntl(file, F_DUPFD, LEAST_INHERITED_FILE);
+    close(file);
+    if (inherited_file < 0) return;
+    set_own_variable(variable, "/proc/self/fd/" + std::to_string(inherited_file), inherited_file);
+}
+
+/// Connects to the session bus, for as long as the process lives. Without this, the icon may never appear: the
+/// indicator library asks for the connection twice, each time on a thread of its own, and never registers the icon if
+/// the second answer comes too late. A bus that does not answer in time may still answer later, and the library waits
+/// for it aside. The bridge to screen readers and GVfs would stop GTK's start for as long, so this run goes without
+/// them.
+void connect_to_session_bus() {
+    enum class Bus { ASKED, ANSWERED, LATE };
+    static Bus bus = Bus::ASKED;
+    g_bus_get(
+        G_BUS_TYPE_SESSION, nullptr,
+        [](GObject*, GAsyncResult* result, gpointer) {
+            [[maybe_unused]] static GDBusConnection* const connection = g_bus_get_finish(result, nullptr);
+            bus = Bus::ANSWERED;
+        },
+        nullptr);
+    const guint limit = g_timeout_add_seconds(
+        PATIENCE_WITH_THE_BUS,
+        [](gpointer) -> gboolean {
+            bus = Bus::LATE;
+            return G_SOURCE_REMOVE;
+        },
+        nullptr);
+    while (bus == Bus::ASKED) g_main_context_iteration(nullptr, TRUE);
+    if (bus == Bus::ANSWERED) {
+        g_source_remove(limit);
+        return;
+    }
+    set_own_variable("NO_AT_BRIDGE", "1");
+    set_own_variable("GIO_USE_VFS", "local");
+}
+
+/// Puts a handler that does nothing in the place of SIG_IGN; exec resets it in a child. Without this, GLib and GVfs
+/// ignore SIGPIPE for every child, too, and a filter whose reader has quit complains on the terminal.
+void keep_broken_pipes_from_children() {
+    // Later it would start at the first use of a file, and ignore the signal again.
+    g_vfs_get_default();
+    signal(SIGPIPE, [](int) {});
+}
+
+#ifdef GDK_WINDOWING_WAYLAND
+/// Tells the desktop to which desktop file a window belongs that was just mapped. GTK has told it the program's name
+/// just before. Menus and tooltips are windows, too; GDK passes over them.
+gboolean set_application_id(GSignalInvocationHint*, guint, const GValue* arguments, gpointer) {
+    gpointer widget = g_value_get_object(arguments);
+    if (GTK_IS_WINDOW(widget)) {
+        // snapd puts its own name for the snap before that of the file.
+        const char* id = running_as_snap() ? "veldrin_veldrin" : "org.veldrin.Veldrin";
+        gdk_wayland_window_set_application_id(gtk_widget_get_window(GTK_WIDGET(widget)), id);
+    }
+    // Again for the next one.
+    return TRUE;
+}
+#endif
+
+/// Gives every window its application id on Wayland, those too that GTK opens. Without this, a desktop does not find
+/// the desktop file, and shows an icon of its own. On X11 the class of a window says the same.
+void name_windows() {
+#ifdef GDK_WINDOWING_WAYLAND
+    if (!GDK_IS_WAYLAND_DISPLAY(gdk_display_get_default())) return;
+    // A signal is found once its class is there.
+    g_type_class_unref(g_type_class_ref(GTK_TYPE_WIDGET));
+    g_signal_add_emission_hook(g_signal_lookup("map", GTK_TYPE_WIDGET), 0, set_application_id, nullptr, nullptr);
+#endif
+}
+
 /// What must stand before GTK or any library starts a thread or a child.
 void prepare_process() {
     open_standard_streams();
-    // A parent that ignores it leaves every child's status unknown, and so every answer empty.
+    // Without this, a parent that ignores it leaves the status of every child unknown, and so every answer empty.
     signal(SIGCHLD, SIG_DFL);
     extend_search_path();
-    bound_tries("SYSTEM_WGETRC", "/etc/wgetrc");
+    limit_wget_tries("SYSTEM_WGETRC", "/etc/wgetrc");
     // Some distributions install its successor in wget's place.
-    bound_tries("SYSTEM_WGET2RC", "/etc/wget2rc");
+    limit_wget_tries("SYSTEM_WGET2RC", "/etc/wget2rc");
     give_variables_back_in_children();
     give_variables_back_to_links();
     block_window_signals();

@@ -941,13 +941,13 @@ TEST(BoundedTries, KeepTheMachinesSettingsBeforeTheirs) {
     const TemporaryFolder folder;
     const Environment variable("SYSTEM_WGETRC", std::nullopt);
     write_text(folder.path() / "wgetrc", "passive_ftp = on\nprogress = dot");
-    bound_tries("SYSTEM_WGETRC", (folder.path() / "wgetrc").c_str());
+    limit_wget_tries("SYSTEM_WGETRC", (folder.path() / "wgetrc").c_str());
     EXPECT_EQ(read_text(std::getenv("SYSTEM_WGETRC")), "passive_ftp = on\nprogress = dot\ntries = 2\n");
 }
 
 TEST(BoundedTries, StandAloneWhereTheMachineHasNoSettings) {
     const Environment variable("SYSTEM_WGETRC", std::nullopt);
-    bound_tries("SYSTEM_WGETRC", "/nowhere/wgetrc");
+    limit_wget_tries("SYSTEM_WGETRC", "/nowhere/wgetrc");
     EXPECT_EQ(read_text(std::getenv("SYSTEM_WGETRC")), "tries = 2\n");
 }
 
@@ -956,7 +956,7 @@ TEST(BoundedTries, FollowTheSettingsThatTheEnvironmentNames) {
     write_text(folder.path() / "own", "timeout = 7\n");
     write_text(folder.path() / "wgetrc", "timeout = 9\n");
     const Environment variable("SYSTEM_WGETRC", (folder.path() / "own").string());
-    bound_tries("SYSTEM_WGETRC", (folder.path() / "wgetrc").c_str());
+    limit_wget_tries("SYSTEM_WGETRC", (folder.path() / "wgetrc").c_str());
     EXPECT_EQ(read_text(std::getenv("SYSTEM_WGETRC")), "timeout = 7\ntries = 2\n");
 }
 
@@ -964,13 +964,13 @@ TEST(BoundedTries, FollowTheMachinesWhereTheEnvironmentNamesNoFile) {
     const TemporaryFolder folder;
     write_text(folder.path() / "wgetrc", "timeout = 9\n");
     const Environment variable("SYSTEM_WGETRC", "/nowhere/wgetrc");
-    bound_tries("SYSTEM_WGETRC", (folder.path() / "wgetrc").c_str());
+    limit_wget_tries("SYSTEM_WGETRC", (folder.path() / "wgetrc").c_str());
     EXPECT_EQ(read_text(std::getenv("SYSTEM_WGETRC")), "timeout = 9\ntries = 2\n");
 }
 
 TEST(BoundedTries, CanBeReadByAChild) {
     const Environment variable("SYSTEM_WGETRC", std::nullopt);
-    bound_tries("SYSTEM_WGETRC", "/nowhere/wgetrc");
+    limit_wget_tries("SYSTEM_WGETRC", "/nowhere/wgetrc");
     EXPECT_EQ(std::system("grep -q '^tries = 2$' \"$SYSTEM_WGETRC\""), 0);
 }
 
