@@ -1,3 +1,4 @@
+// The licence text, then the dialog from its name to its contact.
 #include "about_dialog.h"
 
 #include "logo_rgba.h"
@@ -9,7 +10,7 @@
 
 namespace {
 
-/// Returns what stands behind the button "License": what the program does not promise, and to whom it owes what.
+/// Returns the text behind the button "License": the disclaimer, and whose work the program uses.
 std::string license_text() {
     std::string text =
         "DISCLAIMER\n"

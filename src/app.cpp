@@ -139,7 +139,7 @@ constexpr auto CHECKED_VERSIONS =
     std::to_array({&KernelVersions::mainline, &KernelVersions::stable, &KernelVersions::longterm});
 static_assert(CHECKED_VERSIONS.size() == CHANNELS.size(), "every channel is checked");
 
-/// Takes a check's result, `data`, a KernelVersions on the heap that is ours from here on, into state, label and icon.
+/// Takes a check's result into state, label and icon. `data` is a KernelVersions on the heap, which is deleted here.
 gboolean update_from_fetch(gpointer data) {
     const std::unique_ptr<KernelVersions> versions(static_cast<KernelVersions*>(data));
     if (!versions->success) return G_SOURCE_REMOVE;
@@ -166,7 +166,7 @@ void background_thread() {
 
 // ---- Menu -----------------------------------------------------------------------------------------------------------
 
-/// The overview window's word that it has assigned another channel. The icon follows stable and stays.
+/// The user has chosen another channel in the overview window. The icon follows stable, so it stays.
 void on_channel_changed() {
     save_state(g_state);
     update_label();
@@ -188,7 +188,7 @@ void on_about(GtkMenuItem*, gpointer) {
     show_about_dialog();
 }
 
-/// The user knows the newest stable version seen, even if none was seen yet.
+/// The newest stable version seen becomes the acknowledged one. Kept on purpose: that is none if none was seen yet.
 void on_save_kernel(GtkMenuItem*, gpointer) {
     g_state.kernel = g_state.latest_kernel;
     save_state(g_state);
@@ -292,7 +292,7 @@ void block_window_signals() {
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
 }
 
-/// Lets the window signals in, those too that came meanwhile. As long as they have no handler they end the process.
+/// Lets the window signals in, with those that came meanwhile. While they have no handler, they end the process.
 void unblock_window_signals() {
     const sigset_t set = window_signal_set();
     pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
@@ -321,7 +321,7 @@ void install_window_signals() {
     const sigset_t set = window_signal_set();
     for (const auto& [number, handler] : window_signals()) {
         signal(number, handler);
-        // One handler inside GLib's lock must not be interrupted by another, which would wait for it for ever.
+        // A handler that interrupts another inside GLib's lock would wait for that lock for ever.
         struct sigaction action;
         sigaction(number, nullptr, &action);
         action.sa_mask = set;
@@ -337,7 +337,7 @@ void install_window_signals() {
 gboolean repeat_label(gpointer) {
     g_label_repeat = 0;
     const gchar* label = app_indicator_get_label(g_indicator);
-    // The library's, too: a process has one connection.
+    // The library has the same connection: a process has one.
     GDBusConnection* bus = label ? g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr) : nullptr;
     if (!bus) return G_SOURCE_REMOVE;
     GVariant* change = g_variant_new_parsed("('org.kde.StatusNotifierItem', {'XAyatanaLabel': <%s>}, @as [])", label);
@@ -406,7 +406,7 @@ struct OwnVariable {
     int inherited_file;                      // what the value names where children inherit it, or -1
 };
 
-/// Never destroyed, because a crash may still come behind the static destructors.
+/// Never destroyed: a crash may still come after the static destructors.
 std::vector<OwnVariable>& g_own_variables = *new std::vector<OwnVariable>;
 
 void set_own_variable(const char* name, const std::string& value, int inherited_file = -1) {
@@ -421,7 +421,7 @@ void set_own_variable(const char* name, const std::string& value, int inherited_
 /// handlers do not run.
 void give_variables_back_in_children() {
     pthread_atfork(nullptr, nullptr, [] {
-        // Nothing here allocates: after a crash that might never end.
+        // Nothing here allocates: after a crash, that might never end.
         for (OwnVariable& variable : g_own_variables) {
             if (variable.users_entry) {
                 putenv(variable.users_entry->data());
@@ -434,7 +434,7 @@ void give_variables_back_in_children() {
 }
 
 /// Does the same for what a link starts. Without this, a browser would read our settings: it gets a copy of this
-/// process's environment from its launch context. GTK makes one at each click, and this changes each as it comes to be.
+/// process's environment from its launch context. GTK makes one at each click, and each is changed when it is made.
 void give_variables_back_to_links() {
     GObjectClass* contexts = G_OBJECT_CLASS(g_type_class_ref(G_TYPE_APP_LAUNCH_CONTEXT));
     static void (*const constructed)(GObject*) = contexts->constructed;
@@ -459,8 +459,8 @@ std::string file_contents(const char* path) {
 }
 
 /// Returns whether a child that does not inherit `file` can read it by `path`, which leads through this process.
-/// Processes of a Snap may not look into each other, and nobody may look into one that the system holds for
-/// confidential. In another world of processes the path may lead to another one's file.
+/// In a Snap no process may look into another, and no process at all may look into one that is not dumpable. Where
+/// /proc is that of other processes, the path may lead to the file of one of those.
 bool children_reach(const std::string& path, int file) {
     struct stat own;
     struct stat reached;
@@ -471,8 +471,8 @@ bool children_reach(const std::string& path, int file) {
 /// Lets the download tool try twice. Without this, it tries twenty times, and a silent server holds up a check for many
 /// minutes. Once would be too few: a site that refuses to send the header alone is asked for the page next, which
 /// counts as the second try. `variable` names the file that the tool reads in place of `machines_own`, the machine's
-/// settings. Here it comes to name a memory file that holds those settings and ours behind them. The user's own
-/// settings are read later, so they have the last word.
+/// settings. It is set to a memory file that holds those settings, with ours behind them. The user's own settings are
+/// read later, so they win.
 void limit_wget_tries(const char* variable, const char* machines_own) {
     const char* chosen = std::getenv(variable);
     std::string settings = file_contents(chosen && access(chosen, R_OK) == 0 ? chosen : machines_own);
@@ -498,9 +498,8 @@ void limit_wget_tries(const char* variable, const char* machines_own) {
 
 /// Connects to the session bus, for as long as the process lives. Without this, the icon may never appear: the
 /// indicator library asks for the connection twice, each time on a thread of its own, and never registers the icon if
-/// the second answer comes too late. A bus that does not answer in time may still answer later, and the library waits
-/// for it aside. The bridge to screen readers and GVfs would stop GTK's start for as long, so this run goes without
-/// them.
+/// the second answer comes too late. A bus that does not answer in time may still answer later; the library waits for
+/// it on its threads. The bridge to screen readers and GVfs would wait on this one, so they are switched off.
 void connect_to_session_bus() {
     enum class Bus { ASKED, ANSWERED, LATE };
     static Bus bus = Bus::ASKED;
@@ -530,14 +529,14 @@ void connect_to_session_bus() {
 /// Puts a handler that does nothing in the place of SIG_IGN; exec resets it in a child. Without this, GLib and GVfs
 /// ignore SIGPIPE for every child, too, and a filter whose reader has quit complains on the terminal.
 void keep_broken_pipes_from_children() {
-    // Later it would start at the first use of a file, and ignore the signal again.
+    // GVfs starts at the first use of a file. If that came later, it would ignore the signal again.
     g_vfs_get_default();
     signal(SIGPIPE, [](int) {});
 }
 
 #ifdef GDK_WINDOWING_WAYLAND
 /// Tells the desktop to which desktop file a window belongs that was just mapped. GTK has told it the program's name
-/// just before. Menus and tooltips are windows, too; GDK passes over them.
+/// just before. Menus and tooltips are windows, too; GDK ignores the call for them.
 gboolean set_application_id(GSignalInvocationHint*, guint, const GValue* arguments, gpointer) {
     gpointer widget = g_value_get_object(arguments);
     if (GTK_IS_WINDOW(widget)) {
@@ -545,30 +544,30 @@ gboolean set_application_id(GSignalInvocationHint*, guint, const GValue* argumen
         const char* id = running_as_snap() ? "veldrin_veldrin" : "org.veldrin.Veldrin";
         gdk_wayland_window_set_application_id(gtk_widget_get_window(GTK_WIDGET(widget)), id);
     }
-    // Again for the next one.
+    // The hook stays for the next window.
     return TRUE;
 }
 #endif
 
-/// Gives every window its application id on Wayland, those too that GTK opens. Without this, a desktop does not find
-/// the desktop file, and shows an icon of its own. On X11 the class of a window says the same.
+/// Gives every window its application id on Wayland, with those that GTK opens itself. Without this, a desktop does not
+/// find the desktop file, and shows an icon of its own. On X11 a window's class says which file it is.
 void name_windows() {
 #ifdef GDK_WINDOWING_WAYLAND
     if (!GDK_IS_WAYLAND_DISPLAY(gdk_display_get_default())) return;
-    // A signal is found once its class is there.
+    // A signal can be looked up once its class is loaded.
     g_type_class_unref(g_type_class_ref(GTK_TYPE_WIDGET));
     g_signal_add_emission_hook(g_signal_lookup("map", GTK_TYPE_WIDGET), 0, set_application_id, nullptr, nullptr);
 #endif
 }
 
-/// What must stand before GTK or any library starts a thread or a child.
+/// Does what must be done before GTK or another library starts a thread or a child.
 void prepare_process() {
     open_standard_streams();
     // Without this, a parent that ignores it leaves the status of every child unknown, and so every answer empty.
     signal(SIGCHLD, SIG_DFL);
     extend_search_path();
     limit_wget_tries("SYSTEM_WGETRC", "/etc/wgetrc");
-    // Some distributions install its successor in wget's place.
+    // Some distributions install its successor under wget's name.
     limit_wget_tries("SYSTEM_WGET2RC", "/etc/wget2rc");
     give_variables_back_in_children();
     give_variables_back_to_links();
@@ -588,14 +587,14 @@ void app_run(int argc, char** argv) {
     name_windows();
     // Numbers are read and written with a point, whatever the user's locale.
     setlocale(LC_NUMERIC, "C");
-    // This starts no thread, and it may take its time.
+    // Loading starts no thread, and it may take long. Until it is done, a window signal ends the process.
     unblock_window_signals();
     g_state = load_state();
     block_window_signals();
     setup_icons();
 
     keep_broken_pipes_from_children();
-    // Deprecated since 0.5.94, in favour of another library, which most distributions do not have yet.
+    // Deprecated since 0.5.94 in favour of another library, which most distributions do not have yet.
     G_GNUC_BEGIN_IGNORE_DEPRECATIONS
     g_indicator = app_indicator_new("veldrin-watch", first_icon().c_str(), APP_INDICATOR_CATEGORY_SYSTEM_SERVICES);
     G_GNUC_END_IGNORE_DEPRECATIONS

@@ -1,5 +1,4 @@
-// What the window keeps, the card of a commit, a load from its start to its result on the screen, and the window from
-// its top to its bottom.
+// The cards of a release's commits and how a result is shown, then how a load starts, and last the window around them.
 #include "changes_window.h"
 
 #include "kernel_checker.h"
@@ -36,7 +35,7 @@ struct ChannelVersions {
     std::string longterm;
 };
 
-/// The versions that the tray knew when the window was last asked for.
+/// The versions that the caller knew when the window was last asked for.
 ChannelVersions g_known;
 
 /// The members of ChannelVersions in the order of CHANNELS.
@@ -60,7 +59,7 @@ std::string known_for(const std::string& channel) {
 const char* card_kind_class(const ChangeEntry& e) {
     if (e.subject.starts_with("Linux ")) return "is-release";
     if (e.subject.starts_with("Merge ")) return "is-merge";
-    // By the letters of ASCII alone: to a Turkish locale, "I" is not the capital of "i".
+    // ASCII alone: in a Turkish locale, "I" is not the capital of "i".
     std::string lower = e.subject;
     std::ranges::transform(lower, lower.begin(), g_ascii_tolower);
     const bool mends = lower.find("fix") != std::string::npos || lower.find("revert") != std::string::npos;
@@ -98,7 +97,7 @@ GtkWidget* subject_or_expander(const std::string& subject, const std::string& te
     set_margins(body, 6, 0, 6, 2);
     gtk_container_add(GTK_CONTAINER(exp), body);
     gtk_expander_set_expanded(GTK_EXPANDER(exp), FALSE);
-    // Of itself GTK lets the keyboard into what a closed expander hides.
+    // Without this, the keyboard gets into what a closed expander hides.
     g_object_bind_property(exp, "expanded", body, "can-focus", G_BINDING_SYNC_CREATE);
     return exp;
 }
@@ -195,15 +194,14 @@ void show_failure(const ChangeLog& log) {
     gtk_widget_hide(changes_link);
 }
 
-/// Gives the keyboard focus back to the control that had it when the load began, unless the user has moved it
-/// meanwhile.
+/// Gives the keyboard focus back to the control that had it when the load began, unless the user has moved it since.
 void restore_focus() {
     auto* control = static_cast<GtkWidget*>(g_object_get_data(G_OBJECT(changes_win), FOCUS_KEY));
     if (!control || !gtk_widget_get_visible(control) || gtk_window_get_focus(GTK_WINDOW(changes_win))) return;
     gtk_widget_grab_focus(control);
 }
 
-/// Shows a load's result, `data`, a LoadResult on the heap that is ours from here on. A stale one is dropped.
+/// Shows a load's result. `data` is a LoadResult on the heap, which is deleted here; a stale one is not shown.
 gboolean apply_result(gpointer data) {
     const std::unique_ptr<LoadResult> res(static_cast<LoadResult*>(data));
     if (!changes_win || res->request != g_request) return G_SOURCE_REMOVE;

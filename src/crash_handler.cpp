@@ -1,3 +1,4 @@
+// The report, the dialog that offers to send it, and the handler that makes both.
 #include "crash_handler.h"
 
 #include "sites.h"
@@ -15,12 +16,12 @@
 #include <string_view>
 
 static constexpr const char* APP_NAME = "Veldrin";
-/// The version of the report's form, which is not that of the program.
+/// Kept on purpose: 1.2 beside the program's 1.3. It is the version of the report's form.
 static constexpr const char* APP_VERSION = "1.2";
 static constexpr const char* APP_EMAIL = VELDRIN_CONTACT;
 
 static constexpr int MAX_FRAMES = 32;
-/// How long the handler may take. It allocates, so damage in the allocator can hold it up for ever.
+/// How long the handler may take. It allocates, so a damaged heap can hold it up for ever.
 static constexpr unsigned int PATIENCE_SECONDS = 5;
 
 // ---- The report -----------------------------------------------------------------------------------------------------
@@ -83,8 +84,9 @@ static bool isGerman() {
     return false;
 }
 
-/// Returns the script that asks the user what happened, adds the answer to the report and opens a mail with it. The
-/// apostrophe of the English button ends the quotes around it, so that bash refuses the script: the dialog is German.
+/// Returns the script that asks the user what happened, adds the answer to the report and opens a mail with it. Kept on
+/// purpose: the apostrophe of the English button ends the quotes around it, so that bash rejects the English script,
+/// and only German users see the dialog.
 static std::string dialogScript(const std::string& path, const std::string& subject) {
     const bool de = isGerman();
     const std::string btn_send = de ? "Absturzbericht senden" : "Send crash report";
@@ -119,16 +121,16 @@ static void unblock(int sig) {
     pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
 }
 
-/// Ends the process by the signal whose handler has come to no end. Runs on whichever thread takes the alarm.
+/// Ends the process by the signal whose handler hangs. Runs on whichever thread takes the alarm.
 template <int SIG>
 static void onAlarm(int) {
     raise(SIG);
-    // The thread that faulted blocks it meanwhile, and any may have inherited that.
+    // The thread that faulted blocks the signal while it handles it, and so may any thread that inherited its mask.
     unblock(SIG);
 }
 
-/// Returns what the alarm is to call while `sig` is handled: a function for each signal, since the module keeps no data
-/// that could tell a single one which it is.
+/// Returns the alarm's handler while `sig` is handled. There is one for each signal, since the module keeps no data
+/// that could tell a common one which signal it is.
 static sighandler_t alarmHandler(int sig) {
     switch (sig) {
         case SIGILL:
@@ -146,7 +148,8 @@ static sighandler_t alarmHandler(int sig) {
     }
 }
 
-/// Where a fault in the handler starts another one, the last signal ends the process, as it does without an alarm.
+/// Sets the alarm that ends the process by `sig`. If the handler faults in its turn, the alarm is set anew, for the new
+/// signal.
 static void armAlarm(int sig) {
     std::signal(SIGALRM, alarmHandler(sig));
     unblock(SIGALRM);
@@ -156,8 +159,8 @@ static void armAlarm(int sig) {
 /// Becomes the dialog; never returns. Runs in the child of the process that dies.
 [[noreturn]] static void becomeDialog(int sig, const std::string& path, const char* timebuf, const char* display_env,
                                       const char* wayland_env, const char* xauth_env) {
-    // A lock that another thread held is held for ever here, and the parent's alarm is not the child's. The child's own
-    // ends it without a core dump: the fault was the parent's.
+    // A lock that another thread of the parent held stays held here, so the child needs an alarm, too. Its own ends it
+    // without a core dump: the fault was the parent's.
     std::signal(SIGALRM, SIG_DFL);
     alarm(PATIENCE_SECONDS);
     if (display_env) setenv("DISPLAY", display_env, 1);
@@ -165,18 +168,19 @@ static void armAlarm(int sig) {
     if (xauth_env) setenv("XAUTHORITY", xauth_env, 1);
     const std::string subject = std::string(APP_NAME) + " Crash: " + signalName(sig) + " - " + timebuf;
     const std::string script = dialogScript(path, subject);
-    // What the dialog starts, a mail program at last, is to take every signal.
+    // The dialog and the mail program that it starts must take every signal.
     sigset_t none;
     sigemptyset(&none);
     pthread_sigmask(SIG_SETMASK, &none, nullptr);
-    // The user takes the time that it takes.
+    // A user may take any time to answer.
     alarm(0);
     execl("/bin/bash", "bash", "-c", script.c_str(), nullptr);
     _exit(0);
 }
 
-/// Writes the report, starts the dialog and lets the signal end the process. Not limited to what is safe in a handler:
-/// a simple report is worth the risk that a crash within the allocator finds no end but the alarm's.
+/// Writes the report, starts the dialog and lets the signal end the process. Kept on purpose: it calls more than is
+/// safe in a handler. That keeps the report simple, at the risk that after a crash inside the allocator the alarm must
+/// end it.
 static void crashHandler(int sig) {
     std::signal(sig, SIG_DFL);
     armAlarm(sig);
@@ -187,7 +191,7 @@ static void crashHandler(int sig) {
         raise(sig);
         return;
     }
-    // The library would take one of this size from the heap, whose lock this thread may hold since its fault.
+    // The library's own buffer would come from the heap, whose lock this thread may have held when it faulted.
     char buffer[4096];
     std::setvbuf(f, buffer, _IOFBF, sizeof buffer);
 
@@ -198,7 +202,7 @@ static void crashHandler(int sig) {
     }
     writeHead(f, sig, timebuf);
     writeText(f, "\nBacktrace:\n");
-    // The frames go past the stream's buffer.
+    // The frames are written past the stream's buffer.
     std::fflush(f);
     void* frames[MAX_FRAMES];
     const int count = backtrace(frames, MAX_FRAMES);
@@ -212,14 +216,14 @@ static void crashHandler(int sig) {
     const pid_t pid = fork();
     if (pid == 0) becomeDialog(sig, path, timebuf, display_env, wayland_env, xauth_env);
     alarm(0);
-    // Blocked in its own handler, it waits for the handler to return.
+    // The signal is blocked in its own handler, so it comes when the handler returns.
     raise(sig);
 }
 
 void CrashHandler::install() {
-    // The library's own way would write a line on the terminal first.
+    // The library's own handler would write a line on the terminal first.
     std::set_terminate(std::abort);
-    // The first call of each allocates, and loads a library or the time zone, which the handler is better spared.
+    // The first call of each allocates, and loads a library or the time zone. The handler should not have to.
     void* frame;
     backtrace(&frame, 1);
     const std::time_t now = std::time(nullptr);

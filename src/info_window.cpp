@@ -1,4 +1,5 @@
-// The channel's selector and what it changes at once, then each card from the top of the window to its bottom.
+// The rows and cards from the top of the window to its bottom, with the channel's selector among them, and last the
+// window around them.
 #include "info_window.h"
 
 #include "kernel_checker.h"
@@ -21,7 +22,7 @@ constexpr auto CHANNEL_IDS = [] {
 constexpr char CONTEXT_KEY[] = "channel-ctx";
 constexpr char BADGE_KEY[] = "panel-badge";
 
-/// What the channel's selector works on; belongs to the selector.
+/// What the channel's selector needs when it changes. The selector owns it.
 struct ChannelCtx {
     AppState* state;
     void (*on_channel_changed)();

@@ -1,3 +1,5 @@
+// First the commands that all traffic goes through, then the version check, then a release's changes: where they lie,
+// their two forms, and the choice between them. The public functions stand last.
 #include "kernel_checker.h"
 
 #include "sites.h"
@@ -14,12 +16,14 @@
 
 namespace {
 
-/// How many commits are kept, and shown, of one release.
+/// How many commits of one release are kept and shown.
 constexpr size_t MAX_ENTRIES = 400;
 
 /// The Last-Modified value of the page fetched last, as the server sent it, or empty. Check thread only. Never
-/// destroyed, because that thread outlives the static destructors of a process that quits during a check.
+/// destroyed: when the process quits during a check, that thread outlives the static destructors.
 std::string& g_last_modified = *new std::string;
+
+// ---- Commands -------------------------------------------------------------------------------------------------------
 
 /// Runs a shell command line and returns what it printed on standard output, or empty if it exited with any other
 /// status than 0.
@@ -27,8 +31,8 @@ std::string exec_command(const char* cmd) {
     std::string result;
     FILE* pipe = popen(cmd, "r");
     if (!pipe) return result;
-    // No other thread uses this stream, and since glibc 2.38 exit() waits for every stream's lock: a silent server
-    // would hold up Quit.
+    // Without this, a silent server would hold up Quit: since glibc 2.38 exit() waits for every stream's lock. No other
+    // thread uses this stream, so it needs none.
     __fsetlocking(pipe, FSETLOCKING_BYCALLER);
 
     char buffer[4096];
@@ -37,15 +41,17 @@ std::string exec_command(const char* cmd) {
     return result;
 }
 
-/// Returns the body behind `url`, or empty. The caller vouches that `url` holds nothing that ends a single-quoted
-/// shell word. The body may be an error page: curl is not told to fail on one.
+/// Returns the body behind `url`, or empty. `url` must hold no byte that ends single quotes. Kept on purpose: curl is
+/// not told to fail on an error, so the body may be an error page.
 std::string fetch_url(const std::string& url) {
     std::string body = exec_command(("wget -qO- --timeout=15 '" + url + "' 2>/dev/null").c_str());
     if (!body.empty()) return body;
     return exec_command(("curl -sL --max-time 15 '" + url + "' 2>/dev/null").c_str());
 }
 
-/// Returns `text` such that, between single quotes, the shell reads it as that very text.
+// ---- The version check ----------------------------------------------------------------------------------------------
+
+/// Returns `text` in the form in which it stands for itself between single quotes of the shell.
 std::string inside_single_quotes(std::string_view text) {
     std::string quoted;
     for (const char c : text) {
@@ -58,13 +64,14 @@ std::string inside_single_quotes(std::string_view text) {
     return quoted;
 }
 
-/// Returns false if the release site says that the front page is the one seen last. Every failure counts as modified
-/// and so leads on to a real fetch.
+/// Returns false if the release site says that its front page has not changed since the last fetch. Every failure
+/// counts as a change, and so leads to a real fetch.
 bool page_modified() {
     if (g_last_modified.empty()) return true;
 
     const std::string request = " --header='If-Modified-Since: " + inside_single_quotes(g_last_modified) +
                                 "' --timeout=10 '" VELDRIN_RELEASE_SITE "' 2>&1";
+    // Kept on purpose: the first answer is thrown away, and the second one counts.
     std::string output = exec_command(("wget -q --spider" + request).c_str());
     output = exec_command(("wget -S --spider" + request + " | grep -c '304'").c_str());
     return output.empty() || output[0] == '0';
@@ -78,14 +85,14 @@ std::string fetch_last_modified() {
     return value;
 }
 
-/// A stretch of a subject, in bytes from its start.
+/// Part of a text, in bytes from the text's start.
 struct Span {
     size_t begin;
     size_t end;
 };
 
-/// Searches `text` for the first match of `pattern`, in raw bytes, and puts capture group `group` into `span`. Returns
-/// false if there is none; an expression or a match that fails counts as none.
+/// Searches `text`, taken as raw bytes, for the first match of `pattern`, and puts its capture group `group` into
+/// `span`. Returns false if there is no match, and also if the expression or the search fails.
 bool search(const std::string& pattern, GRegexCompileFlags flags, std::string_view text, int group, Span& span) {
     struct Release {
         void operator()(GRegex* regex) const { g_regex_unref(regex); }
@@ -102,26 +109,26 @@ bool search(const std::string& pattern, GRegexCompileFlags flags, std::string_vi
     int begin = 0;
     int end = 0;
     if (!matched || !g_match_info_fetch_pos(match.get(), group, &begin, &end)) return false;
-    // Positions are ints: in a text beyond their range they come out wrong.
+    // Positions are ints, so in a text beyond their range they are wrong.
     if (begin < 0 || end < begin) return false;
     span = {static_cast<size_t>(begin), static_cast<size_t>(end)};
     return true;
 }
 
-// The pieces of both expressions below, which are "<td[^>]*>\s*LABEL\s*:?\s*</td>" and
-// "<td[^>]*>\s*(?:<strong>)?\s*([0-9][0-9a-z._-]*)\s*(?:</strong>)?\s*</td>" of the ECMAScript grammar.
+// The pieces of two expressions, which in the ECMAScript grammar are "<td[^>]*>\s*LABEL\s*:?\s*</td>" and
+// "<td[^>]*>\s*(?:<strong>)?\s*([0-9][0-9a-z._-]*)\s*(?:</strong>)?\s*</td>".
 //
-// GLib's \s also takes two bytes above ASCII for blanks, so the blanks are spelt out. No quantifier can ever give back
-// anything that would help, so all are possessive. (*SKIP) goes on behind the tag once a cell has not matched: another
-// "<td" within the tag would end at the same ">" and fail in the same way. Both together keep a search linear.
+// GLib's \s also takes two bytes above ASCII for blanks, so the blanks are spelt out. Two changes keep a search linear
+// and find the same cells. Every quantifier is possessive: none could give back a byte that would help. And (*SKIP)
+// resumes behind the tag of a cell that did not match: another "<td" inside that tag would end at the same ">".
 constexpr char LABEL_CELL_OPENS[] = "<td[^>]*+(*SKIP)>[\\t-\\r ]*+";
 constexpr char LABEL_CELL_CLOSES[] = "[\\t-\\r ]*+:?+[\\t-\\r ]*+</td>";
 constexpr char VERSION_CELL[] =
     "<td[^>]*+(*SKIP)>[\\t-\\r ]*+(?:<strong>)?+[\\t-\\r ]*+([0-9][0-9a-z._-]*+)[\\t-\\r ]*+(?:</strong>)?+[\\t-\\r ]*+"
     "</td>";
 
-/// Returns the first version-like cell behind the cell that reads `label`, or empty. `label` stands in an expression
-/// as it is. The cell need not be in the label's row.
+/// Returns the first cell behind the one that reads `label` that looks like a version, or empty. `label` must hold no
+/// character that means something in an expression. Kept on purpose: the cell need not be in the label's row.
 std::string extract_first(const std::string& html, const std::string& label) {
     Span cell{};
     if (!search(LABEL_CELL_OPENS + label + LABEL_CELL_CLOSES, G_REGEX_CASELESS, html, 0, cell)) return {};
@@ -159,8 +166,8 @@ std::string trim_right(std::string s) {
     return s;
 }
 
-/// Returns the text value of the first `key` in `json` between `from` and `to`, or empty if there is none or if it is no
-/// text. A bounded search that knows no nesting and no escape.
+/// Returns the text value of the first `key` in `json` between `from` and `to`, or empty if there is none or if it is
+/// no text. Kept on purpose: a search within these bounds, which knows no nesting and no escape.
 std::string json_field(const std::string& json, size_t from, size_t to, const std::string& key) {
     const std::string needle = '"' + key + '"';
     const size_t found = json.find(needle, from);
@@ -174,14 +181,14 @@ std::string json_field(const std::string& json, size_t from, size_t to, const st
     return json.substr(open + 1, close - open - 1);
 }
 
-/// Reads the newest release of `channel` from the release index. A channel that the index has not leaves all three
-/// outputs as they are; a key that its record has not makes its output empty.
+/// Reads the newest release of `channel` from the release index. If the index has no such channel, all three outputs
+/// stay as they are; if the channel's record lacks a key, that key's output becomes empty.
 void release_index_lookup(const std::string& json, const std::string& channel, std::string& version,
                           std::string& changelog, std::string& released) {
     constexpr std::string_view MONIKER = "\"moniker\"";
     size_t pos = json.find("\"moniker\": \"" + channel + '"');
     if (pos == std::string::npos) {
-        // "moniker"\s*:\s*"CHANNEL", with its blanks spelt out as above.
+        // "moniker"\s*:\s*"CHANNEL", with the blanks spelt out as above.
         Span record{};
         const std::string any_spacing = "\"moniker\"[\\t-\\r ]*+:[\\t-\\r ]*+\"" + channel + '"';
         if (!search(any_spacing, GRegexCompileFlags{}, json, 0, record)) return;
@@ -218,7 +225,7 @@ std::string_view header_value(std::string_view text) {
 void parse_changelog_text(const std::string& text, ChangeLog& out) {
     ChangeEntry cur;
     bool in_entry = false;
-    // The lines behind the subject, in one buffer for all commits.
+    // The lines behind the subject. One buffer serves all commits.
     std::string rest;
     const auto flush = [&] {
         if (!in_entry) return;
@@ -250,7 +257,7 @@ void parse_changelog_text(const std::string& text, ChangeLog& out) {
             in_entry = true;
             cur.id = line.substr(7, 12);
         } else if (!in_entry) {
-            // What stands before the first commit belongs to none.
+            // What stands before the first commit belongs to no commit.
         } else if (line.starts_with("Author:")) {
             cur.author = header_value(line.substr(7));
         } else if (line.starts_with("Date:")) {

@@ -1,3 +1,5 @@
+// Small helpers, the system's information, the installed kernels, the loaded modules and their details. The public
+// functions stand last.
 #include "local_system.h"
 
 #include <dirent.h>
@@ -72,7 +74,7 @@ void parse_proc_version(const std::string& v, SystemInfo& si) {
     const auto skip_spaces = [&] {
         while (pos < v.size() && v[pos] == ' ') ++pos;
     };
-    // A toolchain quotes its own version in parentheses inside its own.
+    // The parentheses around a toolchain have others inside.
     const auto take_paren = [&]() -> std::string {
         skip_spaces();
         if (pos >= v.size() || v[pos] != '(') return {};
@@ -144,7 +146,7 @@ void detect_distro(SystemInfo& si) {
 std::string format_uptime() {
     const std::string text = read_file("/proc/uptime");
     const double seconds = std::strtod(text.c_str(), nullptr);
-    // More than the integers below can hold; this leaves out what is no number, too.
+    // From here on the integers below would overflow. What is no number is left out, too.
     constexpr double TOO_LONG = 0x1p63;
     if (!(seconds > 0 && seconds < TOO_LONG)) return {};
 
@@ -172,7 +174,7 @@ bool version_greater(const std::string& a, const std::string& b) {
     const auto skip_to_digit = [&](const std::string& s, size_t& i) {
         while (i < s.size() && !is_digit(s[i])) ++i;
     };
-    // Added up without a sign, so that a number too long for the type wraps around instead of being undefined.
+    // Unsigned, so that a number too long for the type wraps around; with a sign that would be undefined.
     const auto take_number = [&](const std::string& s, size_t& i) {
         std::uint64_t n = 0;
         for (; i < s.size() && is_digit(s[i]); ++i) n = n * 10 + static_cast<std::uint64_t>(s[i] - '0');

@@ -1,8 +1,9 @@
+// The two calls that are the program.
 #include "app.h"
 #include "crash_handler.h"
 
 int main(int argc, char** argv) {
-    // First, so that a fault in the libraries' own start leaves a report, too.
+    // First, so that a fault while the libraries start leaves a report, too.
     CrashHandler::install();
     app_run(argc, argv);
     return 0;

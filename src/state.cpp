@@ -1,4 +1,4 @@
-// The state file, from its text to the file: one value read, the whole text written, where the file lies, load, save.
+// The lines of the state file, the reading of one and the writing of all, then the file itself.
 #include "state.h"
 
 #include <fcntl.h>
@@ -25,8 +25,8 @@ constexpr auto FIELDS = std::to_array<Field>({{"kernel", &AppState::kernel},
                                               {"channel", &AppState::channel}});
 static_assert(FIELDS.size() * sizeof(std::string) == sizeof(AppState), "every string of AppState has a line here");
 
-/// Returns the text value of `key`, or empty. A search for the quoted key and not a parser of JSON: it knows no escape,
-/// no nesting and no type of value.
+/// Returns the text value of `key`, or empty. Kept on purpose: a search for the quoted key, not a parser of JSON. It
+/// knows no escape, no nesting and no type of value.
 std::string json_get(const std::string& json, const std::string& key) {
     const std::string search = '"' + key + '"';
     for (size_t from = 0;;) {
@@ -91,7 +91,7 @@ void save_state(const AppState& state) {
     const int file = open(get_state_path().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     if (file < 0) return;
 
-    // One write for the whole text, so that a kill can hardly leave half of it.
+    // One write for the whole text: a kill can hardly leave half of it.
     [[maybe_unused]] const ssize_t written = write(file, text.data(), text.size());
     close(file);
 }

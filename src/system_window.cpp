@@ -1,5 +1,5 @@
-// The pieces of both tabs from the top of the window to its bottom: the System tab's cards, the Modules tab from its
-// detail pane to its page, the bar that asks for a permission, and last the window around them.
+// First the pieces that both tabs use, then the System tab, the Modules tab, the bar that asks for a permission, and
+// last the window around them.
 #include "system_window.h"
 
 #include "local_system.h"
@@ -27,7 +27,7 @@ constexpr int KEY_WIDTH = 110;
 constexpr int KEY_GAP = 12;
 constexpr int DETAIL_MARGIN = 12;
 constexpr int FIRST_LIST_HEIGHT = 250;
-/// A smaller pane has no place in its window yet.
+/// A pane below this size has not been placed in its window yet.
 constexpr int LEAST_PANE_HEIGHT = 120;
 constexpr int LEAST_PANE_WIDTH = 50;
 
@@ -48,7 +48,7 @@ GtkWidget* g_mod_error_title = nullptr;
 GtkWidget* g_mod_error_text = nullptr;
 GtkWidget* g_mod_pane = nullptr;
 
-/// The button that reads "Copied", null once it is gone: its timer may outlive it.
+/// The button that reads "Copied", or null. It is cleared when the button goes, since its timer may run later.
 GtkWidget* g_copied_button = nullptr;
 
 // ---- Keys, values and badges ----------------------------------------------------------------------------------------
@@ -125,7 +125,7 @@ GtkWidget* running_kernel_card(const SystemInfo& si) {
 GtkWidget* distro_note(const std::string& note) {
     GtkWidget* label = wrapped_label(note, "note");
     gtk_label_set_selectable(GTK_LABEL(label), TRUE);
-    // Below the value of the row above.
+    // The note begins where the value above it begins.
     gtk_widget_set_margin_start(label, KEY_WIDTH + KEY_GAP);
     return label;
 }
@@ -181,7 +181,7 @@ GtkWidget* leftovers_expander(GtkWidget* leftovers, size_t leftover_count) {
     gtk_container_add(GTK_CONTAINER(expander), leftovers);
     gtk_expander_set_expanded(GTK_EXPANDER(expander), FALSE);
     gtk_widget_set_margin_top(expander, 6);
-    // Of itself GTK lets the keyboard into what a closed expander hides.
+    // Without this, the keyboard gets into what a closed expander hides.
     g_object_bind_property(expander, "expanded", leftovers, "sensitive", G_BINDING_SYNC_CREATE);
     return expander;
 }
@@ -220,8 +220,8 @@ GtkWidget* build_system_tab(const SystemInfo& si, size_t module_count, size_t mo
 
 // ---- Modules tab: the detail pane -----------------------------------------------------------------------------------
 
-/// Moves the divider so that the detail pane just holds its content and the table takes the rest. Runs from the idle
-/// queue, when new content is shown and the pane has its size; once for each request.
+/// Moves the divider so that the detail pane just holds its content and the table takes the rest. An idle callback,
+/// once for each new content: by then the pane has its size.
 gboolean fit_detail_pane(gpointer) {
     constexpr int CHROME = 34;
     constexpr int MIN_LIST = 170;
@@ -267,8 +267,7 @@ GtkWidget* module_head(const KernelModule& m) {
     return top;
 }
 
-/// Returns the grid of a module's parameters, which fills down one column and then the next. There must be at least
-/// one.
+/// Returns the grid of a module's parameters, of which there must be one. It is filled column by column.
 GtkWidget* parameter_grid(const KernelModule& m) {
     const size_t n = m.parameters.size();
     const size_t cols = n <= 8 ? 1 : n <= 24 ? 2 : 3;
@@ -276,7 +275,7 @@ GtkWidget* parameter_grid(const KernelModule& m) {
 
     GtkWidget* grid = gtk_grid_new();
     gtk_grid_set_column_spacing(GTK_GRID(grid), 18);
-    // A grid tells screen readers of its children from the last to the first.
+    // Screen readers get a grid's children in the reverse of the order in which they were attached.
     for (size_t i = n; i-- > 0;) {
         const auto& [name, value] = m.parameters[i];
         std::string text = name;
@@ -326,7 +325,7 @@ int height_of_rows(GtkTreeView* view) {
     return rows.height;
 }
 
-/// Returns where the selected row is, if there is one, counted from the upper edge of what is in sight.
+/// Returns the selected row's place, if a row is selected, from the upper edge of the part of the table in sight.
 std::optional<GdkRectangle> selected_row(GtkTreeView* view) {
     GtkTreeModel* model = nullptr;
     GtkTreeIter iter;
@@ -338,8 +337,8 @@ std::optional<GdkRectangle> selected_row(GtkTreeView* view) {
     return row;
 }
 
-/// Scrolls the table no further than until all of a row is in sight. GTK's own scrolling takes its time, and stops half
-/// way when the divider moves.
+/// Scrolls the table just so far that all of a row is in sight. GTK's own scrolling is animated, and stops half way
+/// when the divider moves.
 void bring_into_sight(GtkTreeView* view, const GdkRectangle& row) {
     const int below = row.y + row.height - height_of_rows(view);
     const int by = row.y < 0 ? row.y : std::clamp(below, 0, row.y);
@@ -347,8 +346,8 @@ void bring_into_sight(GtkTreeView* view, const GdkRectangle& row) {
     gtk_adjustment_set_value(place, gtk_adjustment_get_value(place) + by);
 }
 
-/// The selected row must not vanish behind a divider that moves up. One that the user has scrolled away from stays
-/// where it is, and so does the table.
+/// Scrolls the table when a divider that moves up would hide the selected row. Where the user has scrolled away from
+/// that row, the table stays.
 void keep_selection_in_sight(GtkWidget* view, GdkRectangle*, gpointer) {
     const int height = height_of_rows(GTK_TREE_VIEW(view));
     const int before = GPOINTER_TO_INT(g_object_get_data(G_OBJECT(view), HEIGHT_KEY));
@@ -370,7 +369,7 @@ int selected_index() {
 }
 
 void on_selection_changed(GtkTreeSelection* sel, gpointer) {
-    // The table loses its selection once more while the window goes.
+    // While the window is destroyed, the table clears its selection once more.
     if (!g_detail_box) return;
     GtkTreeModel* model = nullptr;
     GtkTreeIter iter;
@@ -380,7 +379,7 @@ void on_selection_changed(GtkTreeSelection* sel, gpointer) {
     }
     int idx = -1;
     gtk_tree_model_get(model, &iter, INDEX, &idx, -1);
-    // A reload replaces the modules before the rows.
+    // A reload replaces the modules first and the rows after them.
     if (idx < 0 || static_cast<size_t>(idx) >= g_modules.size()) return;
     KernelModule& m = g_modules[static_cast<size_t>(idx)];
     fill_module_details(m);
@@ -389,8 +388,8 @@ void on_selection_changed(GtkTreeSelection* sel, gpointer) {
     if (const std::optional<GdkRectangle> row = selected_row(view)) bring_into_sight(view, *row);
 }
 
-/// When the row with the cursor goes, GTK selects the next one, and so on for as long as rows go. Without this, each of
-/// them would be shown for a moment, with a run of modinfo for each.
+/// Without this, modinfo would run for row after row: when the row with the cursor goes, GTK selects the next one, and
+/// so on for as long as rows go.
 void block_selection_handler() {
     if (g_selection) g_signal_handlers_block_by_func(g_selection, (gpointer)on_selection_changed, nullptr);
 }
@@ -442,7 +441,7 @@ void update_module_status() {
     const bool filtered = *filter_text();
     if (filtered) text += std::string("  ·  filter: ") + filter_text();
     gtk_label_set_text(GTK_LABEL(g_mod_status), text.c_str());
-    // A filter may have been pasted: the window would grow with it beyond what a display can take, and stay so.
+    // A pasted filter may be endless. Without this, the window would grow with it, and not shrink again.
     gtk_label_set_ellipsize(GTK_LABEL(g_mod_status), filtered ? PANGO_ELLIPSIZE_END : PANGO_ELLIPSIZE_NONE);
     gtk_label_set_single_line_mode(GTK_LABEL(g_mod_status), filtered);
 }
@@ -549,7 +548,7 @@ void add_text_column(GtkWidget* view, const char* title, int col, int sort_col, 
     gtk_tree_view_append_column(GTK_TREE_VIEW(view), column);
 }
 
-/// Returns the table, empty. The store and the filter below it are made anew with each window, and stay behind.
+/// Returns the empty table. Kept on purpose: the store and the filter of a closed window are not released.
 GtkWidget* module_table() {
     g_store = gtk_list_store_new(COLUMNS, G_TYPE_STRING, G_TYPE_STRING, G_TYPE_UINT64, G_TYPE_INT, G_TYPE_STRING,
                                  G_TYPE_STRING, G_TYPE_INT);
@@ -587,7 +586,8 @@ GtkWidget* module_toolbar() {
     return bar;
 }
 
-/// Of itself GTK leads the keyboard to the smaller half of a pane first, and stops at an empty detail pane.
+/// Leads the keyboard from the table to the detail pane. Without this, GTK goes to the smaller half first, and stops at
+/// an empty detail pane.
 void set_focus_order(GtkWidget* list_scroll, GtkWidget* detail_scroll) {
     GList second = {detail_scroll, nullptr, nullptr};
     GList first = {list_scroll, &second, nullptr};
@@ -595,7 +595,7 @@ void set_focus_order(GtkWidget* list_scroll, GtkWidget* detail_scroll) {
     gtk_container_set_focus_chain(GTK_CONTAINER(g_mod_pane), &first);
     G_GNUC_END_IGNORE_DEPRECATIONS
     gtk_widget_set_can_focus(detail_scroll, FALSE);
-    // The table is called by what it holds.
+    // A screen reader calls the table by its status.
     gtk_label_set_mnemonic_widget(GTK_LABEL(g_mod_status), gtk_bin_get_child(GTK_BIN(list_scroll)));
 }
 
@@ -641,7 +641,7 @@ void copy_command(GtkButton* btn) {
     g_timeout_add_seconds(2, restore_copy_label, btn);
 }
 
-/// One click on the command copies it and selects it; GTK's own handling would move the cursor.
+/// A click on the command copies it and selects all of it. GTK's own handling would move the cursor.
 gboolean on_command_pressed(GtkWidget* entry, GdkEventButton*, gpointer) {
     auto* copy = static_cast<GtkButton*>(g_object_get_data(G_OBJECT(entry), COPY_BUTTON_KEY));
     if (copy) copy_command(copy);
@@ -691,7 +691,8 @@ GtkWidget* buttons(GtkWidget* window) {
     return btn_box;
 }
 
-/// GTK tells screen readers of tabs that go, and then looks for their labels in vain.
+/// Hides the tabs before they go. Without this, GTK tells screen readers of each, looks for a label that is gone, and
+/// complains on the terminal.
 void on_notebook_destroy(GtkWidget* notebook, gpointer) {
     gtk_notebook_set_show_tabs(GTK_NOTEBOOK(notebook), FALSE);
 }

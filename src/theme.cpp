@@ -10,7 +10,8 @@
 
 namespace {
 
-// Where rules have equal weight the later one wins: a badge's colour behind .badge, a card's kind behind .commit-card.
+// Of two rules of equal weight the later one wins: a badge's colour stands behind .badge, a card's kind behind
+// .commit-card.
 constexpr char APP_CSS[] = R"css(
 @define-color acc_mainline #d97706;
 @define-color acc_stable #15803d;
