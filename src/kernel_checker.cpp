@@ -414,10 +414,12 @@ KernelVersions fetch_kernel_versions() {
     if (html.empty()) return versions;
 
     g_last_modified = fetch_last_modified();
-    versions.mainline = extract_first(html, "mainline");
-    versions.stable = extract_first(html, "stable");
-    versions.longterm = extract_first(html, "longterm");
-    versions.success = !versions.stable.empty();
+    // A member without a name here does not compile.
+    auto& [mainline, stable, longterm, success] = versions;
+    mainline = extract_first(html, "mainline");
+    stable = extract_first(html, "stable");
+    longterm = extract_first(html, "longterm");
+    success = !stable.empty();
     return versions;
 }
 

@@ -5,8 +5,10 @@
 #include "tux_rgba.h"
 #include "widgets.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <string_view>
 
 namespace {
 
@@ -99,6 +101,11 @@ treeview header button { font-size: 11px; font-weight: bold; padding: 4px 6px; }
 /// The accent of each channel's header, in the order of CHANNELS.
 constexpr auto CHANNEL_ACCENTS = std::to_array({"acc-mainline", "acc-stable", "acc-longterm"});
 static_assert(CHANNEL_ACCENTS.size() == CHANNELS.size(), "every channel has an accent");
+static_assert(std::ranges::all_of(CHANNEL_ACCENTS,
+                                  [](std::string_view accent) {
+                                      return std::string_view(APP_CSS).find(accent) != std::string_view::npos;
+                                  }),
+              "every accent has a rule");
 constexpr char SYSTEM_ACCENT[] = "acc-system";
 
 constexpr char SUBTITLE_KEY[] = "subtitle-label";
