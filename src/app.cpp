@@ -355,11 +355,33 @@ void on_panel_changed(AppIndicator*, gboolean connected, gpointer) {
     if (connected) g_label_repeat = g_timeout_add(LABEL_REPEAT_MS, repeat_label, nullptr);
 }
 
+AppIndicatorClass* indicator_class() {
+    return static_cast<AppIndicatorClass*>(g_type_class_ref(APP_INDICATOR_TYPE));
+}
+
 /// Where there is no panel, the indicator library shows the icon in GTK's own tray, which X11 alone has. Without this,
 /// GTK complains on the terminal of every other display.
 void keep_tray_of_gtk_to_x11() {
     const std::string_view display = G_OBJECT_TYPE_NAME(gdk_display_get_default());
-    if (display != "GdkX11Display") APP_INDICATOR_GET_CLASS(g_indicator)->fallback = nullptr;
+    if (display != "GdkX11Display") indicator_class()->fallback = nullptr;
+}
+
+/// Keeps every icon in GTK's own tray in memory, a few kilobytes for each time that a panel goes. Without this, GTK can
+/// crash the program once a panel is back: where the tray's own window holds the icons, GTK goes on reading an icon at
+/// each event after that icon's end.
+void keep_icons_of_gtks_tray() {
+    static GtkStatusIcon* (*const fallback)(AppIndicator*) = indicator_class()->fallback;
+    if (!fallback) return;
+    indicator_class()->fallback = [](AppIndicator* indicator) {
+        GtkStatusIcon* icon = fallback(indicator);
+        GList* windows = gtk_window_list_toplevels();
+        for (const GList* window = windows; window; window = window->next) {
+            const std::string_view type = G_OBJECT_TYPE_NAME(window->data);
+            if (type == "GtkTrayIcon") g_object_ref(window->data);
+        }
+        g_list_free(windows);
+        return icon;
+    };
 }
 
 /// Names the icon folder among those of the icon theme. Without this, GTK's own tray can crash the program: the
@@ -599,6 +621,7 @@ void app_run(int argc, char** argv) {
     g_indicator = app_indicator_new("veldrin-watch", first_icon().c_str(), APP_INDICATOR_CATEGORY_SYSTEM_SERVICES);
     G_GNUC_END_IGNORE_DEPRECATIONS
     keep_tray_of_gtk_to_x11();
+    keep_icons_of_gtks_tray();
     add_icon_folder_to_theme();
     g_signal_connect(g_indicator, APP_INDICATOR_SIGNAL_CONNECTION_CHANGED, G_CALLBACK(on_panel_changed), nullptr);
     app_indicator_set_icon_theme_path(g_indicator, g_icon_dir.c_str());
