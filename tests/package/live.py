@@ -14,7 +14,7 @@ from contextlib import ExitStack, contextmanager
 from pathlib import Path
 
 sys.dont_write_bytecode = True
-sys.path.append(str(Path(__file__).resolve().parents[1] / "process"))
+sys.path.append(str(Path(__file__).resolve().parents[1] / "stage"))
 
 import gi  # noqa: E402
 

@@ -4,11 +4,15 @@ import signal
 from collections.abc import Callable, Iterator
 from pathlib import Path
 
+import sys
+
 import pytest
+
+sys.path.append(str(Path(__file__).resolve().parents[1] / "stage"))
 
 pytest.register_assert_rewrite(
     "accessibility", "applet", "compositor", "desktop", "hand", "kills", "panel", "probe", "soaking", "tools",
-    "waiting", "worlds",
+    "waiting", "machines", "world",
 )
 
 import applet  # noqa: E402

@@ -7,7 +7,7 @@ import subprocess
 from pathlib import Path
 
 import pytest
-from worlds.machines import (
+from machines import (
     FLATPAK,
     LOCKED_SNAP,
     MACHINES,
@@ -25,7 +25,7 @@ from worlds.machines import (
     system,
     without_details,
 )
-from worlds.world import World
+from world import World
 
 
 @pytest.fixture

@@ -11,8 +11,8 @@ from pathlib import Path
 
 import pytest
 from test_samples import SAMPLES, samples
-from worlds.machines import NOTHING_LOADED
-from worlds.world import World
+from machines import NOTHING_LOADED
+from world import World
 
 pytestmark = pytest.mark.skipif(
     SAMPLES is None or not (SAMPLES / "system").is_dir(), reason="no sample data: VELDRIN_SAMPLES names their folder"

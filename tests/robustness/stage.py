@@ -13,7 +13,7 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parents[2]
 os.environ.setdefault("VELDRIN_BUILD", str(ROOT / "build" / "debug"))
 sys.dont_write_bytecode = True
-sys.path.insert(0, str(ROOT / "tests" / "process"))
+sys.path.insert(0, str(ROOT / "tests" / "stage"))
 import applet  # noqa: E402
 import desktop  # noqa: E402
 from panel import Panel  # noqa: E402

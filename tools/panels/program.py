@@ -11,7 +11,7 @@ from pathlib import Path
 from session import Session, stop
 
 ROOT = Path(__file__).resolve().parents[2]
-for folder in ("process", "site"):
+for folder in ("stage", "site"):
     sys.path.append(str(ROOT / "tests" / folder))
 from kernel_history import change, release_commit  # noqa: E402
 from tools import Tools, page  # noqa: E402

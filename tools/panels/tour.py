@@ -23,7 +23,7 @@ DOCS = ROOT / "docs"
 PROGRAM = ROOT / "build" / "release" / "veldrin"
 QUICK_SLEEP = ROOT / "build" / "panels" / "quick_sleep.so"
 # What a walk reads, which may lie where only root can.
-NEEDED = ("tools/panels", "tests/process", "tests/site", "src")
+NEEDED = ("tools/panels", "tests/stage", "tests/site", "src")
 USER = "veldrin-demo"
 # A walk takes one minute, on a busy machine two.
 PATIENCE = 600
