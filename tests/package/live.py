@@ -10,21 +10,23 @@ import signal
 import subprocess
 import sys
 from collections.abc import Iterator
-from contextlib import ExitStack, contextmanager
+from contextlib import ExitStack, closing, contextmanager
 from pathlib import Path
 
 sys.dont_write_bytecode = True
-sys.path.append(str(Path(__file__).resolve().parents[1] / "stage"))
+sys.path.append(str(Path(__file__).resolve().parents[1]))
 
 import gi  # noqa: E402
 
 gi.require_version("GdkPixbuf", "2.0")
 from gi.repository import GdkPixbuf, GLib  # noqa: E402
 
-import desktop  # noqa: E402
-from panel import Panel  # noqa: E402
-from tools import Tools, page  # noqa: E402
-from waiting import wait_until  # noqa: E402
+from stage.desktop import Display, SessionBus  # noqa: E402
+from stage.panel import Panel  # noqa: E402
+from stage.processes import Program  # noqa: E402
+from stage.tools import Tools, page  # noqa: E402
+from stage.user import User  # noqa: E402
+from stage.waiting import wait_until  # noqa: E402
 
 ENTRY = Path("/usr/share/applications/org.veldrin.Veldrin.desktop")
 AUTOSTART = Path("/etc/xdg/autostart/org.veldrin.Veldrin.desktop")
@@ -48,33 +50,19 @@ def command(file: Path, group: str) -> list[str]:
     return [word.replace("%%", "%") for word in words]
 
 
-class Session:
+class Session(User):
     def __init__(self, folder: Path, stack: ExitStack) -> None:
-        self.folder = folder
-        self.home = folder / "home"
-        self.runtime = folder / "run"
-        for made in (self.home / ".config", self.runtime):
-            made.mkdir(parents=True)
-        self.runtime.chmod(0o700)
-        display = desktop.Display(folder)
-        stack.callback(display.stop)
-        bus = desktop.SessionBus(folder)
-        stack.callback(bus.stop)
-        self.panel = Panel(bus.address)
-        stack.callback(self.panel.close)
         # The search path is a user's, but for the tools that would ask the net.
-        self.tools = Tools(folder / "tools")
-        self.tools.publish(page(stable="7.2.4"))
-        self.environment = {
-            "HOME": str(self.home),
-            "PATH": f"{self.tools.folder}:{SYSTEM_PATH}",
-            "LANG": "C.UTF-8",
-            "DISPLAY": display.name,
-            "DBUS_SESSION_BUS_ADDRESS": bus.address,
-            "XDG_RUNTIME_DIR": str(self.runtime),
-            "NO_AT_BRIDGE": "1",
-            "GSETTINGS_BACKEND": "memory",
-        }
+        tools = Tools(folder / "tools")
+        tools.publish(page(stable="7.2.4"))
+        super().__init__(folder, f"{tools.folder}:{SYSTEM_PATH}")
+        display = stack.enter_context(closing(Display(folder)))
+        bus = stack.enter_context(closing(SessionBus(folder)))
+        self.panel = stack.enter_context(closing(Panel(bus.address)))
+        self.joins(bus, display)
+        # No session sets these by itself.
+        for name in ("XDG_CACHE_HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME"):
+            del self.environment[name]
 
     def pick(self, group: str) -> None:
         """Does as the launcher does when this is picked; it must have no words for that."""
@@ -92,7 +80,7 @@ class Session:
             for window in found
         ]
 
-    def told(self, applet: desktop.Program) -> str:
+    def told(self, applet: Program) -> str:
         """What there is to say of an applet that does not do as it should."""
         files = sorted(path.name for path in self.runtime.iterdir())
         return f"running: {applet.running}, said: {applet.stdout + applet.stderr!r}, runtime folder: {files}"
@@ -122,7 +110,7 @@ def check(folder: Path) -> None:
         assert session.applets() == [], "an applet of this user runs already"
 
         with step("the start of the session brings the icon into the panel"):
-            applet = desktop.Program(command(AUTOSTART, "Desktop Entry"), session.environment, folder, "applet")
+            applet = Program(command(AUTOSTART, "Desktop Entry"), session.environment, folder, "applet")
             stack.callback(applet.kill)
 
             def shown() -> bool:
@@ -135,7 +123,7 @@ def check(folder: Path) -> None:
 
         with step("its icon is a picture"):
             path = item.icon_path
-            assert Path(path).parent == session.runtime / "VeldrinWatch-icons"
+            assert Path(path).parent == session.icons
             assert GdkPixbuf.Pixbuf.new_from_file(path).get_width() == 22
 
         with step("the first check shows the newest version"):

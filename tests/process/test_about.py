@@ -4,8 +4,8 @@ import signal
 import subprocess
 
 import pytest
-from tools import SYSTEM, page
-from waiting import wait_until
+from stage.tools import SYSTEM, page
+from stage.waiting import wait_until
 
 
 class Screen:

@@ -3,15 +3,22 @@ and the keyboard alone does everything."""
 
 import json
 import os
-from collections.abc import Iterator
-from pathlib import Path
 
-import desktop
 import pytest
-
-from accessibility import Bus, Desk, Node, until
-from applet import Applet, Machine, state_text
-from tools import Answer, Tools
+from stage.accessibility import (
+    Desk,
+    Node,
+    button,
+    contains,
+    described,
+    expander,
+    in_order_of_reading,
+    reads,
+    until,
+)
+from stage.applet import Applet, Machine
+from stage.tools import Answer, Tools
+from stage.user import state_text
 
 VERSIONS = {"mainline": "9.5-rc3", "stable": "9.4.1", "longterm": "9.1.20"}
 CHANGELOGS = "https://cdn.kernel.org/pub/linux/kernel/v9.x/ChangeLog-"
@@ -50,25 +57,8 @@ Date:   Sat May 3 08:00:00 2031 -0700
 
 
 @pytest.fixture
-def display(tmp_path: Path) -> Iterator[desktop.Display]:
-    """Not shared with other tests: the keyboard goes to one window alone."""
-    display = desktop.Display(tmp_path)
-    yield display
-    display.stop()
-
-
-@pytest.fixture
-def bus(tmp_path: Path) -> Iterator[Bus]:
-    bus = Bus(tmp_path)
-    yield bus
-    bus.stop()
-
-
-@pytest.fixture
-def desk(machine: Machine, bus: Bus) -> Iterator[Desk]:
-    desk = Desk(machine, bus)
-    yield desk
-    desk.close()
+def machine(desk: Desk) -> Machine:
+    return desk.machine
 
 
 def release_record(channel: str, version: str) -> dict:
@@ -115,45 +105,6 @@ def changes(machine: Machine, applet: Applet, desk: Desk) -> Node:
 
 def selector(window: Node, channel: str = "Stable") -> Node:
     return window.find("combo box", channel)
-
-
-def button(window: Node, name: str) -> Node:
-    return window.find("push button", name)
-
-
-def expander(window: Node, subject: str) -> Node:
-    return window.find("toggle button", subject)
-
-
-def reads(window: Node, *texts: str) -> None:
-    """Waits until just this is written in the window, in this order."""
-    until(lambda: window.texts() == list(texts), lambda: f"other texts; these are there: {window.texts()}")
-
-
-def described(stops: list[Node]) -> list[tuple[str, str]]:
-    return [(stop.role, stop.text) for stop in stops]
-
-
-def in_order_of_reading(stops: list[Node]) -> list[Node]:
-    """From above to below, and in a line from left to right. What overlaps in height stands in a line."""
-
-    def middle(node: Node) -> float:
-        return node.box[1] + node.box[3] / 2
-
-    lines: list[list[Node]] = []
-    for stop in sorted(stops, key=middle):
-        if lines and middle(stop) < lines[-1][0].box[1] + lines[-1][0].box[3]:
-            lines[-1].append(stop)
-        else:
-            lines.append([stop])
-    return [stop for line in lines for stop in sorted(line, key=lambda node: node.box[0])]
-
-
-def contains(outer: Node, inner: Node) -> bool:
-    left, top, width, height = inner.box
-    outer_left, outer_top, outer_width, outer_height = outer.box
-    return (outer_left <= left and left + width <= outer_left + outer_width
-            and outer_top <= top and top + height <= outer_top + outer_height and width > 1 and height > 1)
 
 
 # ---- Settings: what is read ----

@@ -7,23 +7,20 @@ from pathlib import Path
 
 import pytest
 
-pytest.register_assert_rewrite("accessibility")
-
-from accessibility import Desk, Node, until  # noqa: E402
-from applet import Applet, Machine  # noqa: E402
-from probe import Module, machine_with_modules  # noqa: E402
-from test_accessibility import (  # noqa: E402, F401
-    bus,
+from stage.accessibility import (
+    Desk,
+    Node,
     button,
     contains,
     described,
-    desk,
-    display,
     expander,
     in_order_of_reading,
     reads,
+    until,
 )
-from tools import SITES  # noqa: E402
+from stage.applet import Applet, Machine
+from stage.project import site
+from stage.world import Module, machine_with_modules
 
 RELEASE = os.uname().release
 MACHINE = os.uname().machine
@@ -92,6 +89,11 @@ NONE_LOADED = (
 
 HEADER = ["System & Kernel Modules", f"{RELEASE}  ·  Skua 24"]
 LEFTOVERS = "2 module trees without a kernel image"
+
+
+@pytest.fixture
+def machine(desk: Desk) -> Machine:
+    return desk.machine
 
 
 def other_kernels(machine: Machine) -> list[str | Path]:
@@ -509,8 +511,8 @@ def test_command_is_copied_by_space(confined, desk, machine):
 
 # ---- About ----
 
-CONTACT = SITES.split('VELDRIN_CONTACT "')[1].split('"')[0]
-WEBSITE = SITES.split('VELDRIN_WEBSITE "')[1].split('"')[0]
+CONTACT = site("VELDRIN_CONTACT")
+WEBSITE = site("VELDRIN_WEBSITE")
 WEBSITE_LABEL = WEBSITE.partition("://")[2]
 COMMENTS = "Monitors Linux kernel releases from Kernhaven"
 COPYRIGHT = "Copyright © 2026\nThe Veldrin developers"

@@ -2,20 +2,16 @@
 
 import json
 import subprocess
-import sys
 from collections.abc import Iterator
 from dataclasses import dataclass
 from pathlib import Path
-from typing import Any
 
 import pytest
-from applet import BUILD
-from tools import HERE, RealTools
+from stage.project import BUILD
+from stage.site import KernelSite
+from stage.tools import RealTools
 
-sys.path.append(str(HERE.parent / "site"))
-from kernel_site import KernelSite  # noqa: E402
-
-DUMP = BUILD / "tests" / "parse_dump"
+DUMP = BUILD.driver("parse_dump")
 WWW = "www.kernel.org"
 CDN = "cdn.kernel.org"
 GIT = "git.kernel.org"

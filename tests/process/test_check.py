@@ -1,9 +1,10 @@
 """What a check makes of label, icon and state file, and when the next one comes."""
 
 import pytest
-from applet import STEPS_OF_A_PAUSE, state_text
-from tools import CURL, HEADER, LATER, PAGE, headers, page, page_command
-from waiting import wait_until
+from stage.clock import STEPS_OF_A_PAUSE
+from stage.tools import CURL, HEADER, LATER, PAGE, headers, page, page_command
+from stage.user import state_text
+from stage.waiting import wait_until
 
 
 def test_first_check_of_a_first_run_shows_all_that_is_new(machine):

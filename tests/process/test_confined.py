@@ -8,12 +8,15 @@ from pathlib import Path
 
 import pytest
 import yaml
-from applet import REPOSITORY, Applet, Machine, other_world, state_text
+from stage.applet import Applet, Machine
+from stage.project import ROOT
+from stage.tools import page
+from stage.user import state_text
+from stage.world import other_world
 from PIL import Image
-from tools import page
 
-FLATPAK = yaml.safe_load((REPOSITORY / "packaging/flatpak/org.veldrin.Veldrin.yml").read_text())
-SNAP = yaml.safe_load((REPOSITORY / "packaging/snap/snapcraft.yaml").read_text())
+FLATPAK = yaml.safe_load((ROOT / "packaging/flatpak/org.veldrin.Veldrin.yml").read_text())
+SNAP = yaml.safe_load((ROOT / "packaging/snap/snapcraft.yaml").read_text())
 
 RED, GREEN, WHITE = (220, 60, 60), (60, 180, 60), (240, 240, 240)
 

@@ -1,171 +1,36 @@
 """Deaths by a fatal signal: the report that they leave, and that the signal itself still ends the process."""
 
-import contextlib
-import ctypes
-import os
 import re
-import resource
 import shutil
 import signal
 import time
-from collections.abc import Iterator
-from dataclasses import dataclass
 from datetime import datetime, timedelta, timezone
 from pathlib import Path
 
 import pytest
-from applet import BUILD, PROGRAM, bubblewrap, other_world
-from tools import page
-from waiting import wait_until
+from stage.crash import (
+    BLOCKS_SIGNALS,
+    CRASH,
+    GERMAN,
+    PATIENCE,
+    PLACES,
+    REPORT,
+    SIGNALS,
+    come_to,
+    dies,
+    no_report,
+    read,
+    report_of,
+)
+from stage.tools import page
+from stage.waiting import wait_until
+from stage.world import bubblewrap, other_world
 
-CRASH = BUILD / "tests" / "libcrash.so"
-REPORT = "Veldrin_crash.txt"
-
-SIGNALS = {
-    signal.SIGSEGV: "SIGSEGV (Segmentation fault) (11)",
-    signal.SIGABRT: "SIGABRT (Abort) (6)",
-    signal.SIGFPE: "SIGFPE (Floating point exception) (8)",
-    signal.SIGBUS: "SIGBUS (Bus error) (7)",
-    signal.SIGILL: "SIGILL (Illegal instruction) (4)",
-}
-
-# Module, symbol where there is one, offset and address.
-FRAME = r"[^\n()\[\]]+\((?:[\w.$]*\+0x[0-9a-f]+)?\) ?\[0x[0-9a-f]+\]"
-
-# The thread sanitizer blocks all signals while a handler runs: a second fault ends the process at once.
-BLOCKS_SIGNALS = b"__tsan_init" in PROGRAM.read_bytes() if PROGRAM.exists() else False
-
-SANITIZER = re.compile(r"/lib[a-z]+san\.so")
-
-# The one language in which the dialog's script is one. Without zenity on the search path it ends at once, silently.
-GERMAN = {"LANGUAGE": "de"}
-
-PATIENCE = 5.0  # how long the handler may take
-PR_SET_CHILD_SUBREAPER = 36
-
-
-@pytest.fixture(autouse=True)
-def no_core_dump() -> Iterator[None]:
-    before = resource.getrlimit(resource.RLIMIT_CORE)
-    resource.setrlimit(resource.RLIMIT_CORE, (0, before[1]))
-    yield
-    resource.setrlimit(resource.RLIMIT_CORE, before)
-
-
-class Orphans:
-    """What the program leaves behind comes to this process, which so learns how it ended."""
-
-    @staticmethod
-    def running(applet) -> bool:
-        """Whether the ended applet has left a child that runs. Without one at all this raises."""
-        return os.waitid(os.P_PGID, applet.process.pid, os.WEXITED | os.WNOHANG | os.WNOWAIT) is None
-
-    @staticmethod
-    def status(applet, deadline: float = 10.0) -> int:
-        """Waits for the end of the ended applet's one child. The number of the signal that ended it comes negative."""
-        results: list[int] = []
-
-        def ended() -> bool:
-            pid, status = os.waitpid(-applet.process.pid, os.WNOHANG)
-            if pid:
-                results.append(os.waitstatus_to_exitcode(status))
-            return bool(pid)
-
-        wait_until(ended, "the child's end", deadline)
-        with pytest.raises(ChildProcessError):
-            os.waitpid(-applet.process.pid, 0)
-        return results[0]
-
-    @staticmethod
-    def none(applet) -> bool:
-        try:
-            os.waitpid(-applet.process.pid, os.WNOHANG)
-        except ChildProcessError:
-            return True
-        return False
-
-
-@contextlib.contextmanager
-def subreaper() -> Iterator[None]:
-    prctl = ctypes.CDLL(None, use_errno=True).prctl
-    assert prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0) == 0
-    yield
-    prctl(PR_SET_CHILD_SUBREAPER, 0, 0, 0, 0)
-
-
-@pytest.fixture
-def orphans(machine) -> Iterator[Orphans]:
-    with subreaper():
-        yield Orphans()
-        for applet in machine._applets:
-            applet.kill()
-            with contextlib.suppress(ChildProcessError):
-                while True:
-                    os.waitpid(-applet.process.pid, 0)
-
-
-# ---- Reports ----
-
-
-@dataclass(frozen=True)
-class Report:
-    time: str
-    frames: list[str]
-
-    @property
-    def symbols(self) -> str:
-        return "\n".join(self.frames)
-
-
-def read(
-    text: str,
-    number: signal.Signals,
-    desktop: str = "unknown (unknown)",
-    snap: str = "no",
-    system: str | None = None,
-) -> Report:
-    """Takes a report apart that must be one to the letter."""
-    names = os.uname()
-    if system is None:
-        system = f"System: {names.sysname} {names.release} {names.machine}\n"
-    found = re.fullmatch(
-        "=== Veldrin Crash Report ===\n"
-        "Version: 1\\.2\n"
-        f"Signal: {re.escape(SIGNALS[number])}\n"
-        "Time: (\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d)\n"
-        f"{re.escape(system)}"
-        f"Desktop: {re.escape(desktop)}\n"
-        f"Snap: {re.escape(snap)}\n"
-        "\n"
-        "Backtrace:\n"
-        f"((?:{FRAME}\n){{1,32}})"
-        "\n"
-        "=== End Report ===\n",
-        text,
-    )
-    assert found, text
-    report = Report(found[1], found[2].splitlines())
-    # The handler's own frames come first; a sanitizer's may stand before them.
-    own = [frame for frame in report.frames if not SANITIZER.search(frame)]
-    assert "/veldrin(" in own[0]
-    return report
-
-
-def report_of(machine, number: signal.Signals, **parts: str) -> Report:
-    return read((machine.runtime / REPORT).read_text(), number, **parts)
-
-
-def no_report(machine) -> bool:
-    return not (machine.runtime / REPORT).exists()
+pytestmark = pytest.mark.usefixtures("no_core_dump")
 
 
 def start(machine, **environment: str | None):
     return machine.start(environment={**GERMAN, **environment})
-
-
-def dies(applet, number: signal.Signals) -> None:
-    applet.process.send_signal(number)
-    assert applet.exit_status() == -number
 
 
 # ---- Signals from outside ----
@@ -211,24 +76,6 @@ def test_time_is_the_local_one_of_the_crash(machine):
 # ---- Faults of its own ----
 
 
-@dataclass(frozen=True)
-class Place:
-    """A function that the program calls at a time that the test chooses, and what of the program's calls it."""
-
-    function: str
-    text: str
-    caller: str
-
-    def plan(self, what: str) -> str:
-        return f"{self.function}={what}" + (f":{self.text}" if self.text else "")
-
-
-PLACES = {
-    "start": Place("gtk_init", "", "app_run"),
-    "main": Place("gtk_window_new", "", "show_info_window"),
-    "check": Place("popen", "", "fetch_kernel_versions"),
-    "load": Place("popen", "releases.json", "fetch_changelog"),
-}
 FAULTS = {
     "segv": signal.SIGSEGV,
     "bus": signal.SIGBUS,
@@ -237,21 +84,6 @@ FAULTS = {
     "abrt": signal.SIGABRT,
     "throw": signal.SIGABRT,
 }
-
-
-def come_to(machine, place: str, plan: str, **environment: str | None):
-    """Starts the program with the plan and lets it come to the place."""
-    options = {"preload": [CRASH], "environment": {**GERMAN, "CRASH": plan, **environment}}
-    if place == "start":
-        return machine.launch(**options)
-    applet = machine.start(**options)
-    if place == "main":
-        applet.process.send_signal(signal.SIGUSR1)
-    if place == "check":
-        applet.begin_check()
-    if place == "load":
-        applet.process.send_signal(signal.SIGRTMIN + 1)
-    return applet
 
 
 @pytest.mark.parametrize("place", PLACES)

@@ -3,7 +3,6 @@
 import contextlib
 import os
 import re
-import shutil
 import signal
 import subprocess
 import time
@@ -11,12 +10,16 @@ from pathlib import Path
 from urllib.parse import unquote
 
 import pytest
-from applet import AT_ONCE, other_world
-from test_crash import CRASH, GERMAN, REPORT, SIGNALS, dies, no_core_dump, orphans, read  # noqa: F401
-from tools import HERE, SITES, SYSTEM
-from waiting import wait_until
+from stage.applet import AT_ONCE
+from stage.crash import CRASH, GERMAN, REPORT, SIGNALS, dies, read
+from stage.project import site
+from stage.tools import SYSTEM
+from stage.waiting import wait_until
+from stage.world import other_world
 
-CONTACT = re.search(r'#define VELDRIN_CONTACT "([^"]+)"', SITES)[1]
+pytestmark = pytest.mark.usefixtures("no_core_dump")
+
+CONTACT = site("VELDRIN_CONTACT")
 
 QUESTION = "Veldrin - Können Sie beschreiben, wann der Fehler aufgetreten ist?"
 ZENITY = [
@@ -42,16 +45,10 @@ class Desk:
         self.tools = machine.tools
         self.orphans = orphans
         for name in ("zenity", "xdg-open"):
-            self.put_stand_in(name)
+            self.tools.put_stand_in(name)
         self.tools.answer("zenity *", status=1)
         self.tools.answer("xdg-open *")
-        self.put_real("python3")
-
-    def put_stand_in(self, name: str) -> None:
-        (self.tools.folder / name).symlink_to(HERE / "stand_in.sh")
-
-    def put_real(self, name: str) -> None:
-        (self.tools.folder / name).symlink_to(shutil.which(name, path=SYSTEM))
+        self.tools.put("python3")
 
     @property
     def report(self) -> str:
@@ -90,7 +87,7 @@ def group_of(pid: int) -> int | None:
 
 
 @pytest.fixture
-def desk(machine, orphans) -> Desk:  # noqa: F811
+def desk(machine, orphans) -> Desk:
     return Desk(machine, orphans)
 
 
@@ -162,7 +159,7 @@ def test_subject_names_the_signal_and_the_reports_time(desk, number):
 
 def test_encoder_gets_the_report_and_then_the_subject(desk):
     (desk.tools.folder / "python3").unlink()
-    desk.put_stand_in("python3")
+    desk.tools.put_stand_in("python3")
     desk.tools.answer("python3 *", stdout="SUBJECT\n")
     desk.tools.answer("python3 *data*", stdout="BODY\n")
     desk.answers("x\n")
@@ -257,7 +254,7 @@ def test_without_zenity_nothing_happens(desk):
 def test_without_an_encoder_the_mail_is_empty(desk, failing):
     desk.tools.remove("python3")
     if failing:
-        desk.put_stand_in("python3")
+        desk.tools.put_stand_in("python3")
         desk.tools.answer("python3 *", stderr="Traceback\n", status=1)
     desk.answers("x\n")
     desk.finish(desk.crashed())
@@ -393,7 +390,7 @@ def xdotool(machine, *words: str) -> str:
 def test_user_writes_what_happened_and_sends_it(desk):
     machine = desk.machine
     desk.tools.remove("zenity")
-    desk.put_real("zenity")
+    desk.tools.put("zenity")
     applet = desk.crashed()
     find = ("search", "--onlyvisible", "--name", "^Veldrin - K")
     window = wait_until(lambda: xdotool(machine, *find).strip(), "the dialog")

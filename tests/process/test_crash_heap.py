@@ -5,11 +5,12 @@ import signal
 import time
 
 import pytest
-from applet import BUILD
-from test_crash import PATIENCE, PLACES, REPORT, come_to, no_core_dump, orphans, report_of  # noqa: F401
+from stage.crash import PATIENCE, PLACES, REPORT, come_to, report_of
+from stage.project import BUILD
 
 pytestmark = [
-    pytest.mark.skipif(BUILD.name in ("asan", "tsan"), reason="the sanitizers have an allocator of their own"),
+    pytest.mark.usefixtures("no_core_dump"),
+    pytest.mark.skipif(BUILD.sanitized, reason="the sanitizers have an allocator of their own"),
     pytest.mark.skipif(BUILD.name == "coverage", reason="this build takes memory to write its record at the end"),
 ]
 
@@ -37,7 +38,7 @@ def damaged(machine, place: str, damage: str, function: str = ""):
 
 
 @pytest.mark.parametrize("damage", DAMAGES)
-def test_damage_on_the_main_thread_leaves_a_whole_report(machine, orphans, damage):  # noqa: F811
+def test_damage_on_the_main_thread_leaves_a_whole_report(machine, orphans, damage):
     applet = damaged(machine, "main", damage)
     begin = time.monotonic()
     assert applet.exit_status(4 * PATIENCE) == -DAMAGES[damage]
@@ -49,7 +50,7 @@ def test_damage_on_the_main_thread_leaves_a_whole_report(machine, orphans, damag
 
 
 @pytest.mark.parametrize("damage", DAMAGES)
-def test_damage_on_another_thread_leaves_no_half_report(machine, orphans, damage):  # noqa: F811
+def test_damage_on_another_thread_leaves_no_half_report(machine, orphans, damage):
     applet = damaged(machine, "check", damage)
     assert applet.exit_status(4 * PATIENCE) == -DAMAGES[damage]
     if (machine.runtime / REPORT).read_text() != OLDER:
@@ -58,7 +59,7 @@ def test_damage_on_another_thread_leaves_no_half_report(machine, orphans, damage
 
 
 @pytest.mark.parametrize("damage", DAMAGES)
-def test_damage_before_there_are_other_threads_leaves_a_whole_report(machine, orphans, damage):  # noqa: F811
+def test_damage_before_there_are_other_threads_leaves_a_whole_report(machine, orphans, damage):
     # There is no lock yet.
     applet = damaged(machine, "start", damage, "memfd_create")
     # The child may meet the damage once more.

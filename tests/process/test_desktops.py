@@ -4,11 +4,12 @@ complain of while it opens, is drawn, used and closed."""
 import re
 
 import pytest
-from applet import AT_ONCE
-from compositor import TOOLTIP, surroundings
-from probe import ABOUT, CHANGES, ENTRIES, SETTINGS, SYSTEM, Module, Probe, machine_with_modules
-from tools import page
-from waiting import wait_until
+from stage.applet import AT_ONCE
+from stage.compositor import TOOLTIP, surroundings
+from stage.probe import ABOUT, CHANGES, ENTRIES, SETTINGS, SYSTEM, Probe
+from stage.tools import page
+from stage.waiting import wait_until
+from stage.world import Module, machine_with_modules
 
 THEMES = ["Adwaita", "Adwaita:dark", "HighContrast", "HighContrastInverse"]
 

@@ -1,5 +1,6 @@
 """What becomes of the applet when something around it breaks."""
 
+import contextlib
 import os
 import resource
 import shlex
@@ -10,17 +11,21 @@ import subprocess
 import time
 from pathlib import Path
 
-import desktop
-import panel as panel_module
 import pytest
-from applet import AT_ONCE, BUILD, SANITIZED, STEPS_OF_A_PAUSE, Machine, bubblewrap, state_text
 from gi.repository import GLib
-from panel import Panel
-from probe import SETTINGS, SYSTEM, Module, Probe, machine_with_modules
-from tools import LATER, PAGE, SYSTEM as SYSTEM_PATH, page
-from waiting import wait_until
+from stage.applet import AT_ONCE, Machine
+from stage.clock import STEPS_OF_A_PAUSE
+from stage.desktop import Display
+from stage.panel import Panel
+from stage.probe import SETTINGS, SYSTEM, Probe
+from stage.project import BUILD
+from stage.tools import LATER, PAGE, SYSTEM as SYSTEM_PATH, page
+from stage.user import state_text
+from stage.waiting import wait_until
+from stage.world import Module, bubblewrap, machine_with_modules
 
-MISHAPS = BUILD / "tests" / "libmishaps.so"
+
+MISHAPS = BUILD.library("mishaps")
 
 KNOWN = {"kernel": "7.2.3", "latest_kernel": "7.2.4", "mainline": "7.3-rc2", "stable": "7.2.4", "longterm": "6.18.31"}
 NEXT = {"mainline": "7.3-rc3", "stable": "7.2.5", "longterm": "6.18.32"}
@@ -181,12 +186,12 @@ def test_flood_in_place_of_the_page_is_read_and_forgotten(machine, menu_answers,
     record_property("after_mb", memory(applet, "VmRSS") // MEGABYTE)
     assert lacks_news(machine, applet)
     menu_answers(applet)
-    if not SANITIZED:
+    if not BUILD.sanitized:
         assert memory(applet, "VmHWM") < before + (3 * FLOOD_MB + 32) * MEGABYTE
         assert memory(applet, "VmRSS") < before + 32 * MEGABYTE
 
 
-@pytest.mark.skipif(SANITIZED, reason="the sanitizers reserve more addresses than any limit that could be set")
+@pytest.mark.skipif(BUILD.sanitized, reason="the sanitizers reserve more addresses than any limit that could be set")
 def test_too_little_memory_for_the_page_is_a_crash_with_a_report(machine):
     machine.saves(**KNOWN)
     only_by(machine, "wget", f"/usr/bin/yes {'x' * 4000} | /usr/bin/head -c 1G")
@@ -284,7 +289,7 @@ def test_odd_modinfo_leaves_what_the_kernel_tells(machine, menu_answers, script,
     before = memory(applet, "VmHWM")
     texts = select_module(machine, applet, probe)
     assert ALWAYS_KNOWN | also <= set(texts)
-    if not SANITIZED:
+    if not BUILD.sanitized:
         assert memory(applet, "VmHWM") < before + 150 * MEGABYTE
     menu_answers(applet)
 
@@ -298,7 +303,7 @@ def test_missing_modinfo_leaves_what_the_kernel_tells(machine, menu_answers):
     menu_answers(applet)
 
 
-def test_silent_modinfo_blocks_everything_until_it_ends(machine, menu_answers, monkeypatch):
+def test_silent_modinfo_blocks_everything_until_it_ends(machine, menu_answers):
     # It runs on the main thread: one module is asked at a time, and an answer takes no longer than a click.
     called, go = machine.folder / "called", machine.folder / "go"
     script = f": >{called}; until [ -e {go} ]; do /bin/sleep 0.02; done; echo license: GPL"
@@ -309,10 +314,8 @@ def test_silent_modinfo_blocks_everything_until_it_ends(machine, menu_answers, m
     menu = applet.item.menu
     line = probe.ask_later("select 0")
     wait_until(called.exists, "the call of modinfo")
-    with monkeypatch.context() as patch:
-        patch.setattr(panel_module, "CALL_TIMEOUT_MS", 300)
-        with pytest.raises(GLib.Error, match="imeout"):
-            menu.entries()
+    with pytest.raises(GLib.Error, match="imeout"):
+        menu.entries(timeout=0.3)
     go.touch()
     assert probe.answer(line) == [["done"]]
     assert "GPL" in probe.windows()[SYSTEM].texts
@@ -437,7 +440,7 @@ def test_end_of_the_session_bus_ends_it(machine, bus):
     machine.saves(**KNOWN)
     applet = machine.start()
     vanish(machine.panel)
-    bus.stop()
+    bus.close()
     assert applet.exit_status() == -signal.SIGTERM
     assert machine.saved == state_text(**KNOWN)
     assert not (machine.runtime / "Veldrin_crash.txt").exists()
@@ -478,10 +481,9 @@ def test_panel_that_dies_and_another_that_comes_later(machine, bus, menu_answers
 
 @pytest.fixture
 def own_display(machine, tmp_path):
-    display = desktop.Display(tmp_path)
-    machine.environment["DISPLAY"] = display.name
-    yield display
-    display.stop()
+    with contextlib.closing(Display(tmp_path)) as display:
+        machine.environment["DISPLAY"] = display.name
+        yield display
 
 
 @pytest.mark.parametrize("during", ["the pause", "a check", "open windows"])
@@ -498,7 +500,7 @@ def test_lost_display_ends_it_as_gtk_does(machine, own_display, during):
     if during == "open windows":
         for title in (SETTINGS, SYSTEM):
             probe.open(applet, title)
-    own_display.stop()
+    own_display.close()
     assert applet.exit_status(AT_ONCE) == 1
     if held:
         held.release()

@@ -6,9 +6,11 @@ import signal
 from pathlib import Path
 
 import pytest
-from applet import NOTICE, state_text, with_gvfs
-from tools import page
-from waiting import wait_until
+from stage.applet import with_gvfs
+from stage.project import BUILD
+from stage.tools import page
+from stage.user import state_text
+from stage.waiting import wait_until
 
 DEPRECATED = (
     "libayatana-appindicator is deprecated. Please use libayatana-appindicator-glib in newly written code."
@@ -128,7 +130,7 @@ def test_closed_standard_streams_go_nowhere(machine, closed):
     # A warning of the library's, so that something is written to the stream of errors.
     warning = {"NOTICE_DOMAIN": DOMAIN, "NOTICE_TEXT": "something else"}
     applet = machine.start_and_check(
-        around=["sh", "-c", f'exec "$@" {redirections}', "sh"], preload=[NOTICE], environment=warning
+        around=["sh", "-c", f'exec "$@" {redirections}', "sh"], preload=[BUILD.library("notice")], environment=warning
     )
     for stream in closed.split():
         assert os.readlink(f"/proc/{applet.pid}/fd/{stream}") == "/dev/null"
@@ -143,7 +145,7 @@ def test_closed_standard_streams_go_nowhere(machine, closed):
 
 
 def started_with_notice(machine, domain: str, text: str):
-    applet = machine.start(preload=[NOTICE], environment={"NOTICE_DOMAIN": domain, "NOTICE_TEXT": text})
+    applet = machine.start(preload=[BUILD.library("notice")], environment={"NOTICE_DOMAIN": domain, "NOTICE_TEXT": text})
     assert applet.item.icon == "tux-red"
     return applet
 

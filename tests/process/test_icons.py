@@ -1,9 +1,9 @@
 """The three icon files that each start writes."""
 
 import pytest
-from applet import bubblewrap
+from stage.tools import page
+from stage.world import bubblewrap
 from PIL import Image
-from tools import page
 
 COLOURS = {"tux-red": (220, 60, 60), "tux-green": (60, 180, 60), "tux-white": (240, 240, 240)}
 CORNERS = [(0, 0), (21, 0), (0, 21), (21, 21)]

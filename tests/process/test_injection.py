@@ -7,10 +7,11 @@ import signal
 from xml.sax.saxutils import escape
 
 import pytest
-from applet import state_text
-from probe import CHANGES, SETTINGS, SYSTEM, Module, Probe, excerpt, machine_with_modules
-from tools import HEADER, PAGE, header_command, headers, page, page_command
-from waiting import wait_until
+from stage.probe import CHANGES, SETTINGS, SYSTEM, Probe, excerpt
+from stage.tools import HEADER, PAGE, header_command, headers, page, page_command
+from stage.user import state_text
+from stage.waiting import wait_until
+from stage.world import Module, machine_with_modules
 
 CORPUS: dict[str, bytes] = {
     "quotes": b"'; touch marker; '",

@@ -3,21 +3,20 @@
 from collections import Counter
 
 import pytest
-from applet import BUILD
-from kills import (
+from stage.kills import (
     CHANNELS,
     NEW,
     OLD,
     check_every_replacement,
     check_every_truncation,
     check_start,
-    entry_of,
     kill_driver,
     kill_program,
     kill_program_within_save,
     text_of,
 )
-from waiting import wait_until
+from stage.project import BUILD
+from stage.waiting import wait_until
 
 ACKNOWLEDGED = (OLD[1], *OLD[1:])
 
@@ -66,7 +65,7 @@ def test_program_runs_on_where_no_file_may_grow(machine):
     nothing_more = ["sh", "-c", "trap '' XFSZ; ulimit -f 0; exec \"$@\"", "sh"]
     applet = machine.start(around=nothing_more)
     assert applet.item.label == OLD[2]
-    applet.item.menu.click_entry(entry_of(applet.item.menu, "Acknowledge Update"))
+    applet.item.menu.click("Acknowledge Update")
     wait_until(lambda: applet.item.icon == "tux-white", "the white icon")
     assert applet.quit() == 0
     # Emptied, as on a full disk; the next start is a first one.

@@ -4,9 +4,10 @@ import time
 from pathlib import Path
 
 import pytest
-from applet import Applet, state_text
-from tools import page
-from waiting import let_pass, wait_until
+from stage.applet import Applet
+from stage.tools import page
+from stage.user import state_text
+from stage.waiting import let_pass, wait_until
 
 KNOWN = {"kernel": "7.2.4", "latest_kernel": "7.2.4", "mainline": "7.3-rc2", "stable": "7.2.4", "longterm": "6.18.31"}
 DELAY = 1.0

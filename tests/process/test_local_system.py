@@ -7,15 +7,15 @@ import subprocess
 from pathlib import Path
 
 import pytest
-from machines import (
+from stage.machines import (
     FLATPAK,
     LOCKED_SNAP,
     MACHINES,
+    NOTHING_LOADED,
+    NOT_OPENED,
     NO_FLATPAK,
     NO_KERNELS,
     NO_KERNELS_IN_SNAP,
-    NOT_OPENED,
-    NOTHING_LOADED,
     SNAP,
     TREES_ALONE,
     TREES_ALONE_IN_SNAP,
@@ -25,7 +25,7 @@ from machines import (
     system,
     without_details,
 )
-from world import World
+from stage.world import World
 
 
 @pytest.fixture

@@ -2,13 +2,16 @@
 display, and the libraries have nothing to complain of."""
 
 import pytest
-from applet import SANITIZED, Applet, state_text
-from compositor import TOOLTIP, surroundings
-from desktop import Display
-from probe import CHANGES, SETTINGS, SYSTEM, Module, Probe, excerpt, machine_with_modules
+from stage.applet import Applet
+from stage.compositor import TOOLTIP, surroundings
+from stage.desktop import Display
+from stage.probe import CHANGES, SETTINGS, SYSTEM, Probe, excerpt
+from stage.project import BUILD
+from stage.user import state_text
+from stage.world import Module, machine_with_modules
 
 # Far more than a display is high. What takes seconds would take minutes under the sanitizers.
-LINES = 500 if SANITIZED else 3000
+LINES = 500 if BUILD.sanitized else 3000
 # With letters that are wide in every font.
 TEXTS = {"one-line": "W" * 65536, "lines": "WWW\n" * LINES}
 

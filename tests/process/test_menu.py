@@ -1,8 +1,8 @@
 """The tray menu and the command "Acknowledge Update"."""
 
-from applet import state_text
-from tools import page
-from waiting import wait_until
+from stage.tools import page
+from stage.user import state_text
+from stage.waiting import wait_until
 
 ENTRIES = [
     ("standard", "Settings"),

@@ -3,9 +3,11 @@
 import signal
 
 import pytest
-from applet import AT_ONCE, STEPS_OF_A_PAUSE, signal_name, state_text
-from tools import ASK, ASK_QUIETLY, CURL, HEADER, PAGE, page
-from waiting import wait_until
+from stage.applet import AT_ONCE, signal_name
+from stage.clock import STEPS_OF_A_PAUSE
+from stage.tools import ASK, ASK_QUIETLY, CURL, HEADER, PAGE, page
+from stage.user import state_text
+from stage.waiting import wait_until
 
 
 def test_quit_exits_with_status_0_and_saves_nothing(machine):

@@ -1,21 +1,18 @@
 """Checks by the real wget and curl against the local copy of the release site."""
 
-import shutil
 import socket
-import sys
 import threading
-from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
-from applet import AT_ONCE, Applet, Machine, state_text
-from tools import HERE, RealTools
-from waiting import wait_until
-
-sys.path.append(str(HERE.parent / "site"))
-from kernel_site import KernelSite  # noqa: E402
+from stage.applet import AT_ONCE, Applet, Machine
+from stage.site import KernelSite
+from stage.tools import RealTools
+from stage.user import state_text
+from stage.waiting import wait_until
 
 WWW = "www.kernel.org"
+
 
 class Network:
     """An applet's view of the site, by the real tools."""
@@ -40,13 +37,6 @@ class Network:
         self._site.clear_requests()
         applet.check()
         return [(request.method, request.status, request.if_modified_since) for request in self._site.requests()]
-
-
-@pytest.fixture
-def site() -> Iterator[KernelSite]:
-    with KernelSite() as site:
-        site.publish(mainline="7.9-rc3", stable="7.8.4", longterm="7.6.21")
-        yield site
 
 
 @pytest.fixture

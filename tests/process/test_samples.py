@@ -7,7 +7,6 @@ stands beside the parser, and the test says where the two part.
 
 import json
 import lzma
-import os
 import re
 import subprocess
 from collections.abc import Iterator
@@ -16,28 +15,16 @@ from pathlib import Path
 from xml.etree import ElementTree
 
 import pytest
-from applet import BUILD, REPOSITORY
+from stage.project import BUILD
+from stage.samples import SAMPLES, samples
 
-DUMP = BUILD / "tests" / "parse_dump"
+DUMP = BUILD.driver("parse_dump")
 CHANNELS = ["mainline", "stable", "longterm"]
 MAX_ENTRIES = 400
 BLANKS = b" \t\r\n"
 
 
-def find_samples() -> Path | None:
-    if named := os.environ.get("VELDRIN_SAMPLES"):
-        return Path(named)
-    return next((index.parent for index in sorted(REPOSITORY.parent.glob("*/data/releases_json"))), None)
-
-
-SAMPLES = find_samples()
-
 pytestmark = pytest.mark.skipif(SAMPLES is None, reason="no sample data: VELDRIN_SAMPLES names their folder")
-
-
-def samples(*patterns: str) -> list[pytest.param]:
-    files = sorted(file for pattern in patterns for file in SAMPLES.glob(pattern)) if SAMPLES else []
-    return [pytest.param(file, id=file.name) for file in files]
 
 
 def dump(kind: str, file: Path, *names: str) -> list[list[bytes]]:

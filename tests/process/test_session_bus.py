@@ -8,13 +8,15 @@ import time
 from collections.abc import Iterator
 from pathlib import Path
 
-import accessibility
 import pytest
-from applet import Applet, Machine, state_text, with_gvfs
-from probe import SETTINGS, Probe
-from test_started_programs import LINKS, browser
-from tools import page
-from waiting import wait_until
+from stage.accessibility import BUS_SERVICE
+from stage.applet import Applet, Machine, with_gvfs
+from stage.desktop import SessionBus
+from stage.probe import SETTINGS, Probe
+from stage.tools import page
+from stage.user import state_text
+from stage.waiting import wait_until
+from stage.witness import LINKS, browser
 
 # How long the start waits for the bus, in seconds, and how long a busy machine may take on top.
 PATIENCE = 5.0
@@ -25,17 +27,16 @@ BRIDGE = pytest.mark.parametrize("bridge", [None, "1"], ids=["accessible", "not-
 
 
 @pytest.fixture
-def bus(tmp_path: Path) -> Iterator[accessibility.Bus]:
-    bus = accessibility.Bus(tmp_path)
-    yield bus
-    bus.stop()
+def bus(tmp_path: Path) -> Iterator[SessionBus]:
+    with contextlib.closing(SessionBus(tmp_path, [BUS_SERVICE])) as bus:
+        yield bus
 
 
 class Sleeper:
     """The session bus as long as it is stopped: the system takes connections for it, and nobody answers."""
 
     def __init__(self, bus) -> None:
-        self._process = bus._process
+        self._process = bus.process
         self._process.send_signal(signal.SIGSTOP)
         status = Path(f"/proc/{self._process.pid}/status")
         wait_until(lambda: "State:\tT" in status.read_text(), "the stopped bus")

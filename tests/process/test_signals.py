@@ -9,9 +9,10 @@ import time
 from pathlib import Path
 
 import pytest
-from applet import AT_ONCE, WINDOW_SIGNALS, signal_name, state_text
-from tools import RELEASE_SITE, page, page_command
-from waiting import wait_until
+from stage.applet import AT_ONCE, WINDOW_SIGNALS, signal_name
+from stage.tools import RELEASE_SITE, page, page_command
+from stage.user import state_text
+from stage.waiting import wait_until
 
 MANY = 1000
 # Each of these opens a dialog of its own, which runs a loop of its own until the user closes it.

@@ -18,13 +18,11 @@ from typing import Callable, Iterator
 from xml.etree import ElementTree
 
 import pytest
+from stage.project import ROOT
+from stage.site import KernelSite
 
-SITE_FOLDER = Path(__file__).resolve().parents[1] / "site"
-sys.path.append(str(SITE_FOLDER))
-
-from kernel_site import KernelSite  # noqa: E402
-
-SITE_COMMAND = [sys.executable, str(SITE_FOLDER / "site.py")]
+TESTS = ROOT / "tests"
+SITE_COMMAND = [sys.executable, str(TESTS / "site" / "site.py")]
 PAGE = "https://www.kernel.org/"
 INDEX = "https://www.kernel.org/releases.json"
 CHANGELOG = "https://cdn.kernel.org/pub/linux/kernel/v7.x/ChangeLog-7.2.4"
@@ -490,7 +488,7 @@ def test_nothing_is_left_at_the_end(capfd: pytest.CaptureFixture[str]) -> None:
 OWNER = """
 import json, signal, sys
 sys.path.append(sys.argv[1])
-from kernel_site import KernelSite
+from stage.site import KernelSite
 with KernelSite() as site:
     print(json.dumps([str(site.folder), site.environment["https_proxy"], site.process.pid]), flush=True)
     signal.pause()
@@ -499,7 +497,7 @@ with KernelSite() as site:
 
 @pytest.mark.parametrize("victim", ["owner", "keeper", "nginx"])
 def test_nothing_is_left_after_a_violent_end(victim: str) -> None:
-    with subprocess.Popen([sys.executable, "-c", OWNER, str(SITE_FOLDER)], stdout=subprocess.PIPE) as owner:
+    with subprocess.Popen([sys.executable, "-c", OWNER, str(TESTS)], stdout=subprocess.PIPE) as owner:
         try:
             folder, proxy, keeper = json.loads(owner.stdout.readline())
             servers = processes_about(Path(folder).name)
@@ -537,10 +535,11 @@ def test_site_starts_with_a_deep_temporary_folder(tmp_path: Path, monkeypatch: p
 def test_ordinary_user_can_run_a_site() -> None:
     with tempfile.TemporaryDirectory() as folder:
         os.chmod(folder, 0o755)
-        copy = shutil.copytree(SITE_FOLDER, Path(folder) / "site", ignore=shutil.ignore_patterns("__pycache__"))
+        for part in ("site", "stage"):
+            shutil.copytree(TESTS / part, Path(folder) / part, ignore=shutil.ignore_patterns("__pycache__"))
         done = subprocess.run(
             ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "env", "-u", "TMPDIR", "HOME=/nonexistent",
-             sys.executable, "-B", str(copy / "site.py"), "run", "--", "sh", "-c",
+             sys.executable, "-B", str(Path(folder) / "site" / "site.py"), "run", "--", "sh", "-c",
              f"id -u; wget -qO- {PAGE} | head -n 1; wget -qO- '{STABLE_TREE}/atom/?h=linux-7.2.y' | head -n 2"],
             capture_output=True, text=True, timeout=60, cwd="/")
     assert done.stderr == ""

@@ -1,8 +1,8 @@
 """A short soak: what tests/robustness/soak does to one program for minutes."""
 
 import pytest
-from applet import BUILD
-from soaking import Rounds, Site, Soak
+from stage.project import BUILD
+from stage.soaking import Rounds, Site, Soak
 
 WARM_UP = Rounds(checks=20, windows=8)
 HALF = Rounds(checks=30, windows=6)

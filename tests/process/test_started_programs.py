@@ -2,81 +2,22 @@
 tries of wget it gives its commands a file of settings; nobody else may get to see that."""
 
 import os
-import re
 import shutil
 import signal
 from collections.abc import Callable
 from pathlib import Path
 
 import pytest
-from applet import PROGRAM, Applet, Machine
-from probe import ABOUT, SETTINGS, Probe, machine_with_modules
-from test_crash import GERMAN, dies, no_core_dump, orphans  # noqa: F401
-from test_real_tools import KernelSite, site  # noqa: F401
-from tools import SYSTEM, RealTools
-from waiting import wait_until
+from stage.applet import Applet, Machine
+from stage.crash import GERMAN, dies
+from stage.probe import Probe
+from stage.project import BUILD
+from stage.site import KernelSite
+from stage.tools import SYSTEM, RealTools
+from stage.witness import FETCHING, LINKS, LOGGING, SETTING_NAMES, Witness, browser
+from stage.world import machine_with_modules
 
-VARIABLES = ("SYSTEM_WGETRC", "SYSTEM_WGET2RC")
-
-# What a script may do that keeps a log: from then on, the number that is free first is its own.
-LOGGING = "exec 3>'{seen}.log'; echo 'began = now' >&3"
-FETCHING = "/usr/bin/wget -q -O '{seen}.page' https://www.kernel.org/; echo $? >'{seen}.status'"
-
-
-class Witness:
-    """A program that writes down its environment and its open files, and does then what its script says."""
-
-    def __init__(self, path: Path, *script: str) -> None:
-        self.path = path
-        self._seen = path.with_name(f"{path.name}-saw")
-        lines = ["/usr/bin/env -0 >'{seen}.new'", "/bin/ls -l /proc/self/fd >'{seen}.files'",
-                 "/bin/mv '{seen}.new' '{seen}.environment'", *script]
-        path.unlink(missing_ok=True)
-        path.write_text("\n".join(["#!/bin/sh", *lines]).replace("{seen}", str(self._seen)) + "\n")
-        path.chmod(0o755)
-
-    def file(self, name: str) -> Path:
-        return Path(f"{self._seen}.{name}")
-
-    @property
-    def environment(self) -> dict[str, str]:
-        """Waited for."""
-        wait_until(lambda: self.file("environment").exists(), f"{self.path.name}'s call")
-        return dict(line.partition("=")[::2] for line in self.file("environment").read_text().split("\0")[:-1])
-
-    @property
-    def files(self) -> dict[int, str]:
-        """What it has inherited, by number."""
-        _ = self.environment
-        found = re.findall(r" (\d+) -> (.*)$", self.file("files").read_text(), re.MULTILINE)
-        # One is the list itself.
-        return {int(number): target for number, target in found if not re.search(r"/proc/\d+/fd$", target)}
-
-    @property
-    def settings(self) -> dict[str, str | None]:
-        environment = self.environment
-        return {name: environment.get(name) for name in VARIABLES}
-
-    def page(self) -> str:
-        """What its wget has brought, waited for."""
-        status = wait_until(lambda: self.file("status").exists() and self.file("status").read_text(), "its wget's end")
-        assert status == "0\n"
-        return self.file("page").read_text()
-
-
-def browser(machine: Machine) -> Witness:
-    """The user's program for web pages and for mail."""
-    witness = Witness(machine.folder / "browser", LOGGING, FETCHING)
-    applications = machine.home / ".local" / "share" / "applications"
-    applications.mkdir(parents=True)
-    entry = f"[Desktop Entry]\nType=Application\nName=Browser\nExec={witness.path} %u\n"
-    (applications / "browser.desktop").write_text(entry)
-    schemes = "".join(f"x-scheme-handler/{scheme}=browser.desktop\n" for scheme in ("https", "mailto"))
-    (machine.home / ".config" / "mimeapps.list").write_text(f"[Default Applications]\n{schemes}")
-    return witness
-
-
-LINKS = {SETTINGS: "www.kernel.org", ABOUT: "support@veldrin.example"}
+pytestmark = pytest.mark.usefixtures("no_core_dump")
 
 
 def follow(machine: Machine, window: str, **environment: str) -> Applet:
@@ -94,20 +35,20 @@ def users(request, machine) -> dict[str, str]:
     """What the user's own environment says."""
     if not request.param:
         return {}
-    for name in VARIABLES:
+    for name in SETTING_NAMES:
         (machine.home / name).write_text("timeout = 20\n")
-    return {name: str(machine.home / name) for name in VARIABLES}
+    return {name: str(machine.home / name) for name in SETTING_NAMES}
 
 
 def of(users: dict[str, str]) -> dict[str, str | None]:
-    return {name: users.get(name) for name in VARIABLES}
+    return {name: users.get(name) for name in SETTING_NAMES}
 
 
 # ---- What is started besides its commands ----
 
 
 @pytest.mark.parametrize("window", LINKS)
-def test_what_a_link_starts_finds_the_users_own_environment(machine, site, users, window):  # noqa: F811
+def test_what_a_link_starts_finds_the_users_own_environment(machine, site, users, window):
     witness = browser(machine)
     follow(machine, window, **site.environment, **users)
     assert witness.settings == of(users)
@@ -115,7 +56,7 @@ def test_what_a_link_starts_finds_the_users_own_environment(machine, site, users
     assert "7.8.4" in witness.page()
 
 
-def test_dialog_after_a_crash_finds_the_users_own_environment(machine, site, users, orphans):  # noqa: F811
+def test_dialog_after_a_crash_finds_the_users_own_environment(machine, site, users, orphans):
     witness = Witness(machine.tools.folder / "zenity", LOGGING, FETCHING, "exit 1")
     applet = machine.start(environment={**GERMAN, **site.environment, **users})
     dies(applet, signal.SIGSEGV)
@@ -133,7 +74,7 @@ class Commands:
 
     def __init__(self, machine: Machine, site: KernelSite, users: dict[str, str]) -> None:
         self.tools = RealTools(machine.folder / "real-tools")
-        reading = "; ".join(f"/bin/cat \"${name}\" >'{{seen}}.{name}' 2>&1" for name in VARIABLES)
+        reading = "; ".join(f"/bin/cat \"${name}\" >'{{seen}}.{name}' 2>&1" for name in SETTING_NAMES)
         self.wget = Witness(self.tools.folder / "wget", reading, LOGGING, 'exec /usr/bin/wget "$@"')
         self.site = site
         self.environment = {**site.environment, **users, "PATH": str(self.tools.folder)}
@@ -148,13 +89,13 @@ class Commands:
         assert asked == [("GET", 200, "Wget"), ("HEAD", 200, "Wget")]
 
     def check_settings(self) -> None:
-        for name, machines_own in zip(VARIABLES, ("/etc/wgetrc", "/etc/wget2rc"), strict=True):
+        for name, machines_own in zip(SETTING_NAMES, ("/etc/wgetrc", "/etc/wget2rc"), strict=True):
             given = Path(self._users.get(name, machines_own))
             before = given.read_text() if given.exists() else ""
             assert self.wget.file(name).read_text() == f"{before}tries = 2\n"
 
 
-def test_a_command_reads_the_settings_and_inherits_no_file(machine, site, users):  # noqa: F811
+def test_a_command_reads_the_settings_and_inherits_no_file(machine, site, users):
     commands = Commands(machine, site, users)
     commands.check(machine.start(environment=commands.environment))
     commands.check_settings()
@@ -176,8 +117,8 @@ def without_processes(machine: Machine) -> dict:
 
 def not_dumpable(machine: Machine) -> dict:
     """A process is none where its program may be run but not be read. Root may read all but for its capabilities."""
-    program = machine.folder / PROGRAM.name
-    shutil.copy(PROGRAM, program)
+    program = machine.folder / BUILD.program.name
+    shutil.copy(BUILD.program, program)
     program.chmod(0o111)
     powerless = [shutil.which("setpriv", path=SYSTEM), "--bounding-set", "-all", "--inh-caps", "-all", "--"]
     run = ["/bin/sh", "-c", f"exec '{program}'"]
@@ -204,7 +145,7 @@ def start_in(world: Callable[[Machine], dict], machine: Machine, environment: di
 
 
 @pytest.mark.parametrize("world", [snap, without_processes, with_a_strangers_processes, not_dumpable])
-def test_a_command_that_may_not_look_into_the_applet_inherits_the_files(machine, site, users, world):  # noqa: F811
+def test_a_command_that_may_not_look_into_the_applet_inherits_the_files(machine, site, users, world):
     commands = Commands(machine, site, users)
     applet = start_in(world, machine, commands.environment)
     commands.check(applet)
@@ -215,7 +156,7 @@ def test_a_command_that_may_not_look_into_the_applet_inherits_the_files(machine,
     assert all(number > 100 and "veldrin" in target for number, target in inherited.items())
 
 
-def test_where_so_high_a_number_is_not_to_be_had_the_variables_stay_the_users(machine, site, users):  # noqa: F811
+def test_where_so_high_a_number_is_not_to_be_had_the_variables_stay_the_users(machine, site, users):
     commands = Commands(machine, site, users)
 
     def few_files(machine: Machine) -> dict:
@@ -229,7 +170,7 @@ def test_where_so_high_a_number_is_not_to_be_had_the_variables_stay_the_users(ma
 
 # The end of a world with processes of its own is the end of them all.
 @pytest.mark.parametrize("world", [snap, without_processes, not_dumpable])
-def test_nothing_else_inherits_them(machine, site, users, world, orphans):  # noqa: F811
+def test_nothing_else_inherits_them(machine, site, users, world, orphans):
     dialog = Witness(machine.tools.folder / "zenity", "exit 1")
     applet = start_in(world, machine, {**GERMAN, **site.environment, **users})
     applet.send(signal.SIGSEGV)

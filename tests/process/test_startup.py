@@ -1,9 +1,9 @@
 """What the tray shows before anything was asked of the net, and how the program starts."""
 
 import pytest
-from applet import state_text
-from tools import page
-from waiting import wait_until
+from stage.tools import page
+from stage.user import state_text
+from stage.waiting import wait_until
 
 VERSIONS = {"mainline": "7.3-rc2", "stable": "7.2.4", "longterm": "6.18.31"}
 

@@ -4,9 +4,10 @@ import os
 from pathlib import Path
 
 import pytest
-from applet import bubblewrap, other_world, state_text
-from tools import page
-from waiting import wait_until
+from stage.tools import page
+from stage.user import state_text
+from stage.waiting import wait_until
+from stage.world import bubblewrap, other_world
 
 VERSIONS = {"mainline": "7.3-rc2", "stable": "7.2.4", "longterm": "6.18.31"}
 

@@ -10,9 +10,9 @@ import shlex
 from pathlib import Path
 
 import pytest
-from test_samples import SAMPLES, samples
-from machines import NOTHING_LOADED
-from world import World
+from stage.machines import NOTHING_LOADED
+from stage.samples import SAMPLES, samples
+from stage.world import World
 
 pytestmark = pytest.mark.skipif(
     SAMPLES is None or not (SAMPLES / "system").is_dir(), reason="no sample data: VELDRIN_SAMPLES names their folder"

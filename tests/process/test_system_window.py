@@ -7,9 +7,11 @@ import subprocess
 from pathlib import Path
 
 import pytest
-from applet import AT_ONCE, BUILD, bubblewrap
-from tools import page
-from waiting import wait_until
+from stage.applet import AT_ONCE
+from stage.project import BUILD
+from stage.tools import page
+from stage.waiting import wait_until
+from stage.world import bubblewrap
 
 TITLE = "System & Kernel Modules"
 OPEN = signal.SIGRTMIN + 2
@@ -17,7 +19,7 @@ MANY = 300
 # Below the filter, where the titles of the table are or the status line above them.
 FIRST_CLICK = 185
 
-STARTED_PROCESSES = BUILD / "tests" / "libstarted_processes.so"
+STARTED_PROCESSES = BUILD.library("started_processes")
 
 MODINFO = """#!/bin/sh
 echo "$*" >>"${0%/*}/modinfo-calls"

@@ -10,10 +10,12 @@ import time
 from collections.abc import Iterator
 from pathlib import Path
 
-import desktop
 import pytest
-from applet import PROGRAM, REPOSITORY, Machine, state_text
-from waiting import wait_until
+from stage.applet import Machine
+from stage.processes import Program
+from stage.project import BUILD, ROOT
+from stage.user import state_text
+from stage.waiting import wait_until
 
 # By the title of the window that each word opens.
 WINDOWS = {
@@ -37,8 +39,8 @@ class Installed:
         self.machine = machine
         folder = machine.folder / "bin"
         folder.mkdir()
-        self.program = Path(shutil.copy(PROGRAM, folder / "veldrin"))
-        self.script = Path(shutil.copy(REPOSITORY / "data" / "veldrin-window", folder))
+        self.program = Path(shutil.copy(BUILD.program, folder / "veldrin"))
+        self.script = Path(shutil.copy(ROOT / "data" / "veldrin-window", folder))
         self.environment = {**machine.environment, "PATH": f"{machine.tools.folder}:{SYSTEM_PATH}"}
 
     def begin(self, *words: str, **changes: str | None) -> subprocess.Popen[str]:
@@ -65,10 +67,10 @@ class Installed:
     def do(self, *words: str, **changes: str | None) -> tuple[int, str]:
         return self.end(self.begin(*words, **changes))
 
-    def start_directly(self, user: int | None = None) -> desktop.Program:
+    def start_directly(self, user: int | None = None) -> Program:
         """As the start of a session does."""
         around = [] if user is None else ["setpriv", f"--reuid={user}", f"--regid={user}", "--clear-groups", "--"]
-        return desktop.Program([*around, self.program], self.environment, self.machine.folder, "session")
+        return Program([*around, self.program], self.environment, self.machine.folder, "session")
 
     def applets(self) -> list[int]:
         """All processes that run the program."""

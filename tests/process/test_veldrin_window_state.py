@@ -8,10 +8,12 @@ import subprocess
 from pathlib import Path
 
 import pytest
-from applet import REPOSITORY, other_world, state_text
-from kills import FIELDS, NEW, OLD, State, read_texts, text_of, truncations
+from stage.kills import FIELDS, NEW, OLD, State, read_texts, text_of, truncations
+from stage.project import ROOT
+from stage.user import state_text
+from stage.world import other_world
 
-SCRIPT = REPOSITORY / "data" / "veldrin-window"
+SCRIPT = ROOT / "data" / "veldrin-window"
 SYSTEM_PATH = "/usr/bin:/bin"
 CLASSES = {"tux-red": "nothing-acknowledged", "tux-green": "new-version", "tux-white": "nothing-new"}
 MOST = 16384

@@ -1,7 +1,7 @@
 """The command lines of a check, to the letter and in their order."""
 
 import pytest
-from tools import (
+from stage.tools import (
     ASK,
     ASK_QUIETLY,
     CURL,

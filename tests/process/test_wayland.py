@@ -4,13 +4,14 @@ import re
 import subprocess
 
 import pytest
-from applet import BUILD
-from compositor import TOOLTIP, toplevels
-from desktop import Display, Program
-from probe import ENTRIES, SETTINGS, Probe
-from waiting import DEADLINE, let_pass, wait_until
+from stage.compositor import TOOLTIP, toplevels
+from stage.desktop import Display
+from stage.probe import ENTRIES, SETTINGS, Probe
+from stage.processes import Program
+from stage.project import BUILD
+from stage.waiting import DEADLINE, let_pass, wait_until
 
-SYSTEM_TRAY = BUILD / "tests" / "system_tray"
+SYSTEM_TRAY = BUILD.driver("system_tray")
 # The indicator library waits a tenth of one for a panel before it looks for another tray.
 HALF_A_SECOND = 0.5
 
@@ -50,7 +51,7 @@ def test_on_x11_the_icon_goes_to_a_tray_of_the_old_kind(machine, tmp_path):
         assert applet.quit() == 0
     finally:
         tray.kill()
-        display.stop()
+        display.close()
 
 
 # ---- Whose a window is ----

@@ -1,6 +1,6 @@
 """The process behind KernelSite: it holds nginx, cgit and the proxy, and takes all of it away when its owner ends.
 
-Started by kernel_site.py only, with the owner's process id as its argument. Its standard input is a pipe that the
+Started by tests/stage/site.py only, with the owner's process id as its argument. Its standard input is a pipe that the
 owner keeps open; the first line of its standard output says where the site is, or why there is none.
 """
 

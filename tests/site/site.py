@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""The site as a command. Python has a module of this name itself, so what can be imported is kernel_site.py."""
+"""The site as a command. Python scripts take it from tests/stage/site.py."""
 
 from __future__ import annotations
 
@@ -12,13 +12,9 @@ import subprocess
 import sys
 from pathlib import Path
 
-HERE = str(Path(__file__).resolve().parent)
-if HERE not in sys.path:
-    sys.path.append(HERE)
-
-from kernel_site import KernelSite, Request, order  # noqa: E402
-
-__all__ = ["KernelSite", "Request", "order"]
+sys.dont_write_bytecode = True
+sys.path.append(str(Path(__file__).resolve().parents[1]))
+from stage.site import KernelSite, order  # noqa: E402
 
 
 def end_with_parent() -> None:

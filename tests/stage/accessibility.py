@@ -11,13 +11,12 @@ from dataclasses import dataclass
 from pathlib import Path
 from typing import Any
 
-import desktop
-from applet import Applet, Machine
 from gi.repository import Gio, GLib
-from tools import SYSTEM
-from waiting import serve_panel, wait_until
-
-CALL_TIMEOUT_MS = 10_000
+from stage.applet import Applet, Machine
+from stage.bus import CALL_TIMEOUT, PROPERTIES, ask_bus, call, connect
+from stage.desktop import SessionBus
+from stage.tools import SYSTEM
+from stage.waiting import serve_panel, wait_until
 
 ACCESSIBLE = "org.a11y.atspi.Accessible"
 COMPONENT = "org.a11y.atspi.Component"
@@ -34,36 +33,8 @@ OF_THE_SCREEN = 0
 SERVICE = "org.a11y.Bus"
 
 
-class Bus(desktop.SessionBus):
-    """A session bus that starts an accessibility bus when somebody asks for it."""
-
-    CONFIGURATION = desktop.SessionBus.CONFIGURATION.replace(
-        "  <auth>", "  <servicedir>{folder}/services</servicedir>\n  <auth>"
-    )
-
-    def __init__(self, folder: Path) -> None:
-        services = folder / "services"
-        services.mkdir()
-        file = f"{SERVICE}.service"
-        (services / file).symlink_to(Path("/usr/share/dbus-1/services", file))
-        super().__init__(folder)
-
-
-def _connect(address: str) -> Gio.DBusConnection:
-    flags = Gio.DBusConnectionFlags
-    connection = Gio.DBusConnection.new_for_address_sync(
-        address, flags.AUTHENTICATION_CLIENT | flags.MESSAGE_BUS_CONNECTION, None, None
-    )
-    connection.set_exit_on_close(False)
-    return connection
-
-
-def _call(connection: Gio.DBusConnection, owner: str, path: str, interface: str, method: str, signature: str, *values):
-    reply = connection.call_sync(
-        owner, path, interface, method, GLib.Variant(signature, values), None, Gio.DBusCallFlags.NONE,
-        CALL_TIMEOUT_MS, None,
-    )
-    return reply.unpack()
+# A session bus with this service starts an accessibility bus when somebody asks for it.
+BUS_SERVICE = Path("/usr/share/dbus-1/services", f"{SERVICE}.service")
 
 
 def until(condition: Callable[[], Any], what: str | Callable[[], str]) -> Any:
@@ -87,11 +58,11 @@ class Node:
     path: str
 
     def _ask(self, interface: str, method: str, signature: str = "()", *values) -> Any:
-        (answer,) = _call(self.connection, self.owner, self.path, interface, method, signature, *values)
+        (answer,) = call(self.connection, self.owner, self.path, interface, method, signature, *values)
         return answer
 
     def _property(self, name: str) -> Any:
-        return self._ask("org.freedesktop.DBus.Properties", "Get", "(ss)", ACCESSIBLE, name)
+        return self._ask(PROPERTIES, "Get", "(ss)", ACCESSIBLE, name)
 
     @property
     def role(self) -> str:
@@ -178,23 +149,60 @@ class Node:
         return all(text in written for text in texts)
 
 
+def button(window: Node, name: str) -> Node:
+    return window.find("push button", name)
+
+
+def expander(window: Node, subject: str) -> Node:
+    return window.find("toggle button", subject)
+
+
+def reads(window: Node, *texts: str) -> None:
+    """Waits until just this is written in the window, in this order."""
+    until(lambda: window.texts() == list(texts), lambda: f"other texts; these are there: {window.texts()}")
+
+
+def described(stops: list[Node]) -> list[tuple[str, str]]:
+    return [(stop.role, stop.text) for stop in stops]
+
+
+def in_order_of_reading(stops: list[Node]) -> list[Node]:
+    """From above to below, and in a line from left to right. What overlaps in height stands in a line."""
+
+    def middle(node: Node) -> float:
+        return node.box[1] + node.box[3] / 2
+
+    lines: list[list[Node]] = []
+    for stop in sorted(stops, key=middle):
+        if lines and middle(stop) < lines[-1][0].box[1] + lines[-1][0].box[3]:
+            lines[-1].append(stop)
+        else:
+            lines.append([stop])
+    return [stop for line in lines for stop in sorted(line, key=lambda node: node.box[0])]
+
+
+def contains(outer: Node, inner: Node) -> bool:
+    left, top, width, height = inner.box
+    outer_left, outer_top, outer_width, outer_height = outer.box
+    return (outer_left <= left and left + width <= outer_left + outer_width
+            and outer_top <= top and top + height <= outer_top + outer_height and width > 1 and height > 1)
+
+
 class Desk:
     """Where a user sits who has a keyboard, a screen reader's ears, and no mouse."""
 
-    def __init__(self, machine: Machine, bus: Bus) -> None:
-        self._machine = machine
+    def __init__(self, machine: Machine, bus: SessionBus) -> None:
+        self.machine = machine
         self._focus: Node | None = None
         self.cell: Node | None = None  # where the keys are within the table that has them
         self._applet: Applet | None = None
         self._xdotool = shutil.which("xdotool", path=SYSTEM)
-        self._session = _connect(bus.address)
+        self._session = connect(bus.address)
         # What the bus starts is to live in the test's home, not in that of whoever runs the test.
         services_environment = {name: value for name, value in machine.environment.items() if name != "DISPLAY"}
-        name = "org.freedesktop.DBus"
-        _call(self._session, name, "/org/freedesktop/DBus", name, "UpdateActivationEnvironment", "(a{ss})",
-              services_environment)
-        (address,) = _call(self._session, SERVICE, "/org/a11y/bus", SERVICE, "GetAddress", "()")
-        self._ears = _connect(address)
+        ask_bus(self._session, "UpdateActivationEnvironment", "(a{ss})", services_environment)
+        (address,) = call(self._session, SERVICE, "/org/a11y/bus", SERVICE, "GetAddress")
+        self._ears = connect(address)
         self._ears.signal_subscribe(
             None, OBJECT_EVENT, "StateChanged", None, "focused", Gio.DBusSignalFlags.NONE, self._on_focus
         )
@@ -202,7 +210,7 @@ class Desk:
             None, OBJECT_EVENT, "ActiveDescendantChanged", None, None, Gio.DBusSignalFlags.NONE, self._on_cell
         )
         for event in ("object:state-changed:focused", "object:active-descendant-changed"):
-            _call(self._ears, REGISTRY, "/org/a11y/atspi/registry", REGISTRY, "RegisterEvent", "(sass)", event, [], "")
+            call(self._ears, REGISTRY, "/org/a11y/atspi/registry", REGISTRY, "RegisterEvent", "(sass)", event, [], "")
 
     def close(self) -> None:
         self._ears.close_sync(None)
@@ -210,7 +218,7 @@ class Desk:
 
     def _xdo(self, *words: str) -> bool:
         done = subprocess.run(
-            [self._xdotool, *words], env=self._machine.environment, capture_output=True, timeout=CALL_TIMEOUT_MS / 1000
+            [self._xdotool, *words], env=self.machine.environment, capture_output=True, timeout=CALL_TIMEOUT
         )
         return done.returncode == 0
 
@@ -230,7 +238,7 @@ class Desk:
 
     def start(self, *, environment: Mapping[str, str] | None = None, **options) -> Applet:
         """Starts the applet such that it talks to the screen reader."""
-        self._applet = self._machine.start(environment={"NO_AT_BRIDGE": None, **(environment or {})}, **options)
+        self._applet = self.machine.start(environment={"NO_AT_BRIDGE": None, **(environment or {})}, **options)
         menu = self._applet.item.menu
         # On a busy machine the icon may show for a while without it.
         until(menu.entries, "the menu")

@@ -5,8 +5,9 @@ from collections.abc import Callable
 from dataclasses import dataclass, field
 from pathlib import Path
 
-from desktop import Display, Program
-from waiting import wait_until
+from stage.desktop import Display
+from stage.processes import Program
+from stage.waiting import wait_until
 
 # In a window on the X display: without any it has no seat, and GTK is lost without one.
 SIZE = [f"--width={Display.WIDTH}", f"--height={Display.HEIGHT}"]
@@ -44,7 +45,7 @@ class Compositor:
         """What a program needs to come here."""
         return {"GDK_BACKEND": "wayland", "DISPLAY": None, "WAYLAND_DISPLAY": str(self.socket)}
 
-    def stop(self) -> None:
+    def close(self) -> None:
         self._program.kill()
 
 

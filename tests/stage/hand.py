@@ -5,13 +5,12 @@ import re
 import select
 from dataclasses import dataclass
 from pathlib import Path
-from typing import Any
 
-from applet import BUILD, Applet, Machine
-from waiting import wait_until
+from stage.applet import Applet
+from stage.project import BUILD
+from stage.waiting import wait_until
 
-HAND = BUILD / "tests" / "libhand.so"
-ANSWER_DEADLINE = 60.0
+DEADLINE = 60.0
 
 
 @dataclass(frozen=True)
@@ -29,8 +28,9 @@ class Footprint:
 class Hand:
     """One program's hand. It comes with `preload` and `environment` at the program's start."""
 
-    def __init__(self, folder: Path, modules: Path) -> None:
-        self.preload = [HAND]
+    def __init__(self, folder: Path, modules: Path, deadline: float = DEADLINE) -> None:
+        self.preload = [BUILD.library("hand")]
+        self._deadline = deadline
         asked, answers = folder / "hand-asked", folder / "hand-answers"
         os.mkfifo(asked)
         os.mkfifo(answers)
@@ -47,19 +47,14 @@ class Hand:
         os.write(self._asked, command.encode() + b"\n")
         answer = b""
         while not answer.endswith(b"\n"):
-            if not select.select([self._answers], [], [], ANSWER_DEADLINE)[0]:
+            if not select.select([self._answers], [], [], self._deadline)[0]:
                 raise AssertionError(f"no answer to: {command}")
             answer += os.read(self._answers, 100)
         return int(answer)
 
     def close_windows(self) -> None:
         self.ask("close")
-        wait_until(lambda: self.ask("windows") == 0, "the closed window")
-
-
-def start(machine: Machine, hand: Hand, options: dict[str, Any], **environment: str) -> Applet:
-    """`options` are those of Machine.launch."""
-    return machine.start(preload=hand.preload, environment={**hand.environment, **environment}, **options)
+        wait_until(lambda: self.ask("windows") == 0, "the closed window", self._deadline)
 
 
 def _children_in_state(pid: int, state: str) -> int:

@@ -8,14 +8,14 @@ from collections import Counter
 from collections.abc import Iterable, Iterator, Sequence
 from pathlib import Path
 
-from applet import BUILD, Applet, Machine, state_text
-from desktop import tied
-from gi.repository import GLib
-from panel import Entry, Menu
-from waiting import serve_panel, wait_until
+from stage.applet import Applet, Machine
+from stage.processes import tied
+from stage.project import BUILD
+from stage.user import state_text
+from stage.waiting import serve_panel
 
-DRIVER = BUILD / "tests" / "state_driver"
-KILL_IN_SAVE = BUILD / "tests" / "libkill_in_save.so"
+DRIVER = BUILD.driver("state_driver")
+KILL_IN_SAVE = BUILD.library("kill_in_save")
 FIELDS = ("kernel", "latest_kernel", "mainline", "stable", "longterm", "channel")
 CHANNELS = ("mainline", "stable", "longterm")
 
@@ -144,20 +144,6 @@ def kill_driver(folder: Path, kills: int, found: Counter[str]) -> None:
 # ---- The program ----
 
 
-def entry_of(menu: Menu, label: str) -> Entry:
-    """The menu is on the bus a moment after the icon."""
-
-    def look() -> Entry | None:
-        try:
-            return next(entry for entry in menu.entries() if entry.label == label)
-        except GLib.GError as error:
-            if "UnknownMethod" not in error.message:
-                raise
-            return None
-
-    return wait_until(look, "the menu")
-
-
 def check_start(machine: Machine, text: bytes | None) -> Applet:
     """Starts the program on what a kill has left: it must show what the file says and leave it as it is."""
     state = expected_state(text) if text is not None else DEFAULTS
@@ -177,7 +163,7 @@ def kill_program(machine: Machine, kills: int, found: Counter[str], before: Stat
         machine.saves_text(text_of(before).decode())
         applet = machine.start()
         menu = applet.item.menu
-        entry = entry_of(menu, "Acknowledge Update")
+        entry = menu.entry("Acknowledge Update")
         for _ in range(20):
             menu.click_entry(entry)
         serve_panel()
@@ -193,7 +179,7 @@ def kill_program_within_save(machine: Machine, place: str, before: State = OLD) 
     """Kills at this very place of the save, and returns what is left."""
     machine.saves_text(text_of(before).decode())
     applet = machine.start(preload=[KILL_IN_SAVE], environment={"KILL_IN_SAVE": place})
-    applet.item.menu.click_entry(entry_of(applet.item.menu, "Acknowledge Update"))
+    applet.item.menu.click("Acknowledge Update")
     assert applet.exit_status() == -9
     text = machine.state_file.read_bytes()
     check_start(machine, text).kill()

@@ -1,10 +1,12 @@
 """A panel of our own: StatusNotifier watcher and host, and a client of the items' menus."""
 
+import time
 from dataclasses import dataclass
 from pathlib import PurePath
 from typing import Any
 
 from gi.repository import Gio, GLib
+from stage.bus import CALL_TIMEOUT, PROPERTIES, ask_bus, call, connect
 
 WATCHER_INTERFACE = """
 <node>
@@ -24,20 +26,6 @@ WATCHER = "org.kde.StatusNotifierWatcher"
 ITEM = "org.kde.StatusNotifierItem"
 MENU = "com.canonical.dbusmenu"
 LABEL_REPEATED = "PropertiesChanged"
-CALL_TIMEOUT_MS = 10_000
-
-
-def _call(connection: Gio.DBusConnection, owner: str, path: str, interface: str, method: str, signature: str, *values):
-    reply = connection.call_sync(
-        owner, path, interface, method, GLib.Variant(signature, values), None, Gio.DBusCallFlags.NONE,
-        CALL_TIMEOUT_MS, None,
-    )
-    return reply.unpack()
-
-
-def _ask_bus(connection: Gio.DBusConnection, method: str, signature: str, *values):
-    name = "org.freedesktop.DBus"
-    return _call(connection, name, "/org/freedesktop/DBus", name, method, signature, *values)
 
 
 @dataclass(frozen=True)
@@ -57,8 +45,9 @@ class Menu:
         self._owner = owner
         self._path = path
 
-    def entries(self) -> list[Entry]:
-        _, root = _call(self._connection, self._owner, self._path, MENU, "GetLayout", "(iias)", 0, -1, [])
+    def entries(self, timeout: float = CALL_TIMEOUT) -> list[Entry]:
+        place = (self._connection, self._owner, self._path, MENU)
+        _, root = call(*place, "GetLayout", "(iias)", 0, -1, [], timeout=timeout)
         return self._entry(root).children
 
     def is_there(self) -> bool:
@@ -69,6 +58,10 @@ class Menu:
             if problem.matches(Gio.dbus_error_quark(), Gio.DBusError.UNKNOWN_METHOD):
                 return False
             raise
+
+    def entry(self, label: str) -> Entry:
+        (entry,) = [entry for entry in self.entries() if entry.label == label]
+        return entry
 
     def _entry(self, node: tuple) -> Entry:
         number, properties, children = node
@@ -84,14 +77,13 @@ class Menu:
 
     def click(self, label: str) -> None:
         """Picks the entry as a panel does. Its effect comes later."""
-        (entry,) = [entry for entry in self.entries() if entry.label == label]
-        self.click_entry(entry)
+        self.click_entry(self.entry(label))
 
     def click_entry(self, entry: Entry) -> None:
         event = GLib.Variant("(isvu)", (entry.id, "clicked", GLib.Variant("i", 0), 0))
         # Not waited for: a program that quits need not answer.
         self._connection.call(
-            self._owner, self._path, MENU, "Event", event, None, Gio.DBusCallFlags.NONE, CALL_TIMEOUT_MS, None, None
+            self._owner, self._path, MENU, "Event", event, None, Gio.DBusCallFlags.NONE, -1, None, None
         )
         self._connection.flush_sync()
 
@@ -99,13 +91,14 @@ class Menu:
 class Item:
     """A program's icon in the panel, as the program tells it at the moment of the question."""
 
-    def __init__(self, connection: Gio.DBusConnection, owner: str, path: str) -> None:
+    def __init__(self, connection: Gio.DBusConnection, owner: str, path: str, registered: float) -> None:
         self._connection = connection
         self.owner = owner
         self.path = path
-        (self.pid,) = _ask_bus(connection, "GetConnectionUnixProcessID", "(s)", owner)
+        self.registered = registered  # on the monotonic clock
+        (self.pid,) = ask_bus(connection, "GetConnectionUnixProcessID", "(s)", owner)
         self.signals: list[tuple] = []
-        for interface in (ITEM, "org.freedesktop.DBus.Properties"):
+        for interface in (ITEM, PROPERTIES):
             connection.signal_subscribe(
                 owner, interface, None, path, None, Gio.DBusSignalFlags.NONE, self._on_signal
             )
@@ -126,8 +119,7 @@ class Item:
         return labels
 
     def properties(self) -> dict[str, Any]:
-        method = ("org.freedesktop.DBus.Properties", "GetAll")
-        return _call(self._connection, self.owner, self.path, *method, "(s)", ITEM)[0]
+        return call(self._connection, self.owner, self.path, PROPERTIES, "GetAll", "(s)", ITEM)[0]
 
     @property
     def icon_path(self) -> str:
@@ -151,11 +143,7 @@ class Panel:
     """The watcher and the one host of a session bus."""
 
     def __init__(self, address: str) -> None:
-        flags = Gio.DBusConnectionFlags
-        self._connection = Gio.DBusConnection.new_for_address_sync(
-            address, flags.AUTHENTICATION_CLIENT | flags.MESSAGE_BUS_CONNECTION, None, None
-        )
-        self._connection.set_exit_on_close(False)
+        self._connection = connect(address)
         self.items: list[Item] = []
         self._connection.register_object(
             "/StatusNotifierWatcher",
@@ -167,17 +155,18 @@ class Panel:
         self.come()
 
     def come(self) -> None:
-        _ask_bus(self._connection, "RequestName", "(su)", WATCHER, 0)
+        ask_bus(self._connection, "RequestName", "(su)", WATCHER, 0)
 
     def leave(self) -> None:
-        _ask_bus(self._connection, "ReleaseName", "(s)", WATCHER)
+        ask_bus(self._connection, "ReleaseName", "(s)", WATCHER)
 
     def _on_call(self, connection, sender, path, interface, method, arguments, invocation) -> None:
+        registered = time.monotonic()
         invocation.return_value(None)
         if method == "RegisterStatusNotifierItem":
             (service,) = arguments.unpack()
             # Indicators give their object's path and mean the connection that the call came by.
-            self.items.append(Item(connection, sender, service))
+            self.items.append(Item(connection, sender, service, registered))
             connection.emit_signal(
                 None, path, interface, "StatusNotifierItemRegistered", GLib.Variant("(s)", (sender + service,))
             )

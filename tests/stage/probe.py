@@ -1,16 +1,14 @@
-"""A look into the program's windows from outside, by window_probe.c, and a machine with modules for them to show."""
+"""A look into the program's windows from outside, by window_probe.c."""
 
 import os
 import re
 import socket
-from collections.abc import Mapping, Sequence
 from dataclasses import dataclass, field
 from pathlib import Path
 
-from applet import BUILD, Applet, Machine, bubblewrap
-from waiting import DEADLINE, wait_until
-
-WINDOW_PROBE = BUILD / "tests" / "libwindow_probe.so"
+from stage.applet import Applet
+from stage.project import BUILD
+from stage.waiting import DEADLINE, wait_until
 
 SETTINGS = "Settings"
 ABOUT = "About Veldrin"
@@ -52,7 +50,7 @@ class Probe:
     """The windows of one applet, which must be started with `options`."""
 
     def __init__(self, folder: Path, name: str = "probe") -> None:
-        self.options = {"preload": [WINDOW_PROBE], "environment": {"WINDOW_PROBE": name}}
+        self.options = {"preload": [BUILD.library("window_probe")], "environment": {"WINDOW_PROBE": name}}
         self._folder = folder
         self._name = name
 
@@ -137,49 +135,3 @@ class Probe:
         loading = "Contacting Kernhaven …"
         wait_until(lambda: loading not in self.windows()[CHANGES].texts, "the end of the load")
         return self.windows()[CHANGES]
-
-
-@dataclass
-class Module:
-    line: bytes  # as /proc/modules has it, without the line feed
-    files: Mapping[bytes, bytes] = field(default_factory=dict)  # below the module's folder in /sys/module
-
-    @property
-    def name(self) -> bytes:
-        return self.line.split()[0]
-
-
-def machine_with_modules(
-    machine: Machine, modules: Sequence[Module], files: Mapping[str, bytes] | None = None, *options: str | Path
-) -> list[str | Path]:
-    """Starts a program on a machine with these modules, and with these contents in `files` below / (those in /proc
-    need not exist; the folders of all others must). Takes further options of bubblewrap."""
-    folder = machine.folder / "modules"
-    (folder / "proc").mkdir(parents=True)
-    listed = folder / "list"
-    listed.write_bytes(b"".join(module.line + b"\n" for module in modules))
-    sys_module = os.fsencode(folder / "sys")
-    os.mkdir(sys_module)
-    for module in modules:
-        for name, contents in module.files.items():
-            path = os.path.join(sys_module, module.name, name)
-            os.makedirs(os.path.dirname(path), exist_ok=True)
-            with open(path, "wb") as file:
-                file.write(contents)
-
-    # The kernel lets nobody add files to its own /proc.
-    real = folder / "proc"
-    world: list[str | Path] = ["--dev-bind", "/", "/", "--bind", "/proc", real, "--tmpfs", "/proc"]
-    given = dict(files or {})
-    for name in ("self", "thread-self", "version", "cmdline", "uptime", "mounts", "meminfo", "stat", "sys"):
-        if f"/proc/{name}" not in given:
-            world += ["--symlink", real / name, f"/proc/{name}"]
-    world += ["--ro-bind", listed, "/proc/modules", "--ro-bind", folder / "sys", "/sys/module"]
-    for number, (path, contents) in enumerate(given.items()):
-        made = folder / f"file-{number}"
-        made.write_bytes(contents)
-        # Debian's /etc/os-release is a link, and not every bubblewrap mounts on what that leads to.
-        world += ["--ro-bind", made, os.path.realpath(path)]
-    # Nor does this one have the folders of processes, which the search for leaks needs.
-    world += ["--setenv", "ASAN_OPTIONS", machine.without_leak_search["ASAN_OPTIONS"]]
-    return bubblewrap(*world, *options)

@@ -3,28 +3,24 @@
 import json
 import shutil
 import signal
-import time
 from collections.abc import Callable
 from dataclasses import dataclass
 from datetime import datetime, timedelta, timezone
 from email.utils import format_datetime
 from pathlib import Path
 
-import hand as hands
-from applet import BUILD, STEPS_OF_A_PAUSE, Applet, Machine
-from hand import Footprint, Hand
-from kills import entry_of
-from tools import page
-from waiting import serve_panel, wait_until
+from stage.applet import Machine
+from stage.hand import DEADLINE, Footprint, Hand, footprint
+from stage.project import BUILD
+from stage.tools import SYSTEM, page
+from stage.waiting import wait_until
 
-QUICK_TOOL = BUILD / "tests" / "quick_tool"
 CDN = "https://cdn.kernel.org/pub/linux/kernel/v7.x"
 
 # Few enough for thousands of loads in minutes.
 COMMITS = 25
 SHOWN = f"{COMMITS} changes"
 MODULES = 150
-DEADLINE = 60.0
 
 
 class Site:
@@ -34,9 +30,9 @@ class Site:
         self.folder = folder
         folder.mkdir()
         for name in ("wget", "curl"):
-            shutil.copy(QUICK_TOOL, folder / name)
+            shutil.copy(BUILD.driver("quick_tool"), folder / name)
         for name in ("grep", "sed"):
-            (folder / name).symlink_to(shutil.which(name, path="/usr/bin:/bin"))
+            (folder / name).symlink_to(shutil.which(name, path=SYSTEM))
         self._put("changelog", "".join(self._commit(number) for number in range(COMMITS)))
         self._edition = 0
         self.publish()
@@ -94,19 +90,24 @@ class Rounds:
 class Soak:
     """One program, with the hand inside, and everything that its user does over and over again."""
 
-    def __init__(self, machine: Machine, site: Site, animations: bool = False, **options) -> None:
+    def __init__(
+        self, machine: Machine, site: Site, animations: bool = False, deadline: float = DEADLINE, **options
+    ) -> None:
+        """`options` are those of Machine.launch."""
         self._site = site
+        self._deadline = deadline
         # GTK keeps a symbolic icon, such as a selector's arrow, in every colour that it ever drew it in, and a fade
         # from one colour to another has as many as it has frames.
         machine.animates(animations)
         self._checks = 0
         modules = machine.folder / "modules"
         modules.write_text(modules_text())
-        self.hand = Hand(machine.folder, modules)
+        self.hand = Hand(machine.folder, modules, deadline)
         machine.saves(kernel="7.2.0", latest_kernel="7.2.0", stable="7.2.0")
         # With GLib's own pools, what is free would count as used.
-        self.applet = hands.start(machine, self.hand, options, PATH=str(site.folder), G_SLICE="always-malloc")
-        self._acknowledge = entry_of(self.applet.item.menu, "Acknowledge Update")
+        environment = {**self.hand.environment, "PATH": str(site.folder), "G_SLICE": "always-malloc"}
+        self.applet = machine.start(preload=self.hand.preload, environment=environment, **options)
+        self._acknowledge = self.applet.item.menu.entry("Acknowledge Update")
         self.counts = dict.fromkeys(("checks", "loads", "Settings", "Latest Changes", "System & Modules", "About"), 0)
 
     def check(self) -> None:
@@ -114,19 +115,13 @@ class Soak:
         if self._checks % 2 == 0:
             self._site.publish()
         self.applet.begin_check()
-        first_step = self._checks * STEPS_OF_A_PAUSE + 1
-        self._wait(lambda: self.applet.clock.steps_begun >= first_step, "the check's end")
+        self._wait(lambda: self.applet.clock.check_is_over, "the check's end")
         self._checks += 1
         self.counts["checks"] += 1
 
-    @staticmethod
-    def _wait(condition: Callable[[], object], what: str) -> None:
-        end = time.monotonic() + DEADLINE
-        while not condition():
-            serve_panel()
-            if time.monotonic() > end:
-                raise AssertionError(f"waited in vain: {what}")
-            time.sleep(0.0005)
+    def _wait(self, condition: Callable[[], object], what: str) -> None:
+        # Often: there are thousands of them.
+        wait_until(condition, what, self._deadline, interval=0.001)
 
     def _show(self, number: int, name: str) -> None:
         self.applet.send(number)
@@ -166,7 +161,7 @@ class Soak:
 
     def acknowledge(self) -> None:
         self.applet.item.menu.click_entry(self._acknowledge)
-        wait_until(lambda: self.applet.item.icon == "tux-white", "the white icon")
+        wait_until(lambda: self.applet.item.icon == "tux-white", "the white icon", self._deadline)
 
     def run(self, rounds: Rounds, progress: Callable[[str], None] = lambda line: None) -> None:
         """Mixes checks and windows evenly."""
@@ -185,7 +180,7 @@ class Soak:
         """After what the main loop still has to do."""
         self.applet.settle()
         self.applet.item.signals.clear()
-        return hands.footprint(self.applet, self.hand)
+        return footprint(self.applet, self.hand)
 
     def close(self) -> None:
         self.hand.close()

@@ -1,13 +1,13 @@
 """The network as a folder of recording stand-ins for wget and curl, and pages for them to give."""
 
-import re
 import shutil
 from dataclasses import dataclass
 from pathlib import Path
 
-HERE = Path(__file__).resolve().parent
-SITES = (HERE.parents[1] / "src" / "sites.h").read_text()
-RELEASE_SITE = re.search(r'#define VELDRIN_RELEASE_SITE "([^"]+)"', SITES)[1]
+from stage.project import site
+
+STAND_IN = Path(__file__).resolve().with_name("stand_in.sh")
+RELEASE_SITE = site("VELDRIN_RELEASE_SITE")
 
 SYSTEM = "/usr/bin:/bin"
 
@@ -126,9 +126,17 @@ class Tools:
         self._calls = folder / "calls"
         self._number = 0
         for name in ("wget", "curl"):
-            (folder / name).symlink_to(HERE / "stand_in.sh")
+            self.put_stand_in(name)
         for name in ("grep", "sed"):
-            (folder / name).symlink_to(shutil.which(name, path="/usr/bin:/bin"))
+            self.put(name)
+
+    def put_stand_in(self, name: str) -> None:
+        """Gives the name to a program that records its calls and answers as it is told to."""
+        (self.folder / name).symlink_to(STAND_IN)
+
+    def put(self, name: str) -> None:
+        """Gives the name to the system's program that has it."""
+        (self.folder / name).symlink_to(shutil.which(name, path=SYSTEM))
 
     def remove(self, name: str) -> None:
         (self.folder / name).unlink()

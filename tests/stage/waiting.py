@@ -9,7 +9,7 @@ from gi.repository import GLib
 T = TypeVar("T")
 
 DEADLINE = 15.0
-INTERVAL_MS = 4
+INTERVAL = 0.004
 
 
 def serve_panel() -> None:
@@ -18,7 +18,9 @@ def serve_panel() -> None:
         pass
 
 
-def wait_until(condition: Callable[[], T], what: str | Callable[[], str], deadline: float = DEADLINE) -> T:
+def wait_until(
+    condition: Callable[[], T], what: str | Callable[[], str], deadline: float = DEADLINE, interval: float = INTERVAL
+) -> T:
     """Returns the first result of `condition` that counts as true. `what` may tell how things stand in the end."""
     end = time.monotonic() + deadline
     while True:
@@ -27,7 +29,7 @@ def wait_until(condition: Callable[[], T], what: str | Callable[[], str], deadli
             return result
         if time.monotonic() > end:
             raise AssertionError(f"waited {deadline:g} s in vain: {what if isinstance(what, str) else what()}")
-        GLib.timeout_add(INTERVAL_MS, lambda: False)
+        GLib.timeout_add(int(interval * 1000), lambda: False)
         GLib.MainContext.default().iteration(True)
 
 

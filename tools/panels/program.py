@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import mmap
 import subprocess
 import sys
 import time
@@ -10,16 +9,15 @@ from pathlib import Path
 
 from session import Session, stop
 
-ROOT = Path(__file__).resolve().parents[2]
-for folder in ("stage", "site"):
-    sys.path.append(str(ROOT / "tests" / folder))
+TESTS = Path(__file__).resolve().parents[2] / "tests"
+sys.path += [str(TESTS), str(TESTS / "site")]
 from kernel_history import change, release_commit  # noqa: E402
-from tools import Tools, page  # noqa: E402
+from stage.clock import Clock  # noqa: E402
+from stage.tools import Tools, page  # noqa: E402
 
 FIRST = "7.2.4"
 NEXT = "7.2.5"
 COMMITS = 18
-STEPS_OF_A_PAUSE = 1800
 
 
 def changelog(version: str) -> str:
@@ -53,17 +51,11 @@ class Program:
         self._tools.answer(f"wget -qO- *ChangeLog-{stable}", stdout=changelog(stable))
 
     def start(self) -> None:
-        # The counters of quick_sleep.c: long sleeps allowed and begun, steps of a pause allowed and begun.
-        clock = self._session.folder / "clock"
-        clock.write_bytes(bytes(4 * 8))
-        with clock.open("r+b") as file:
-            self._clock = memoryview(mmap.mmap(file.fileno(), 4 * 8)).cast("Q")
-        self._checks = 0
+        self._clock = Clock(self._session.folder / "clock")
         environment = self._session.environment | {
             "PATH": f"{self._tools.folder}:/usr/bin:/bin",
             "LD_PRELOAD": str(self._quick_sleep),
-            "QUICK_SLEEP_CLOCK": str(clock),
-        }
+        } | self._clock.environment
         with self._said.open("ab") as said:
             self._process = subprocess.Popen(
                 [self._binary], env=environment, cwd=self._session.home, stdin=subprocess.DEVNULL, stdout=said,
@@ -72,11 +64,7 @@ class Program:
 
     def check(self) -> None:
         """Lets the time up to the next check pass at once."""
-        if self._checks == 0:
-            self._clock[0] += 1
-        else:
-            self._clock[2] += STEPS_OF_A_PAUSE
-        self._checks += 1
+        self._clock.begin_check()
 
     @property
     def running(self) -> bool:

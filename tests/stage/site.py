@@ -1,4 +1,4 @@
-"""A local copy of the kernel's site, for programs that speak to the real addresses. See README.md."""
+"""The local copy of the kernel's site, for programs that speak to the real addresses. See tests/site/README.md."""
 
 from __future__ import annotations
 
@@ -15,7 +15,7 @@ from dataclasses import dataclass
 from pathlib import Path
 from typing import Any
 
-KEEPER = Path(__file__).resolve().with_name("keeper.py")
+KEEPER = Path(__file__).resolve().parents[1] / "site" / "keeper.py"
 START_DEADLINE = 30.0
 END_DEADLINE = 10.0
 
@@ -96,7 +96,7 @@ class KernelSite:
         self.order("publish", **versions)
 
     def misbehave(self, host: str, path_prefix: str, kind: str | int, **options: Any) -> None:
-        """From now on, until behave(), answers requests below the prefix as README.md says for that kind."""
+        """From now on, until behave(), answers requests below the prefix as tests/site/README.md says for that kind."""
         self.order("misbehave", host=host, prefix=path_prefix, kind=str(kind), options=options)
 
     def behave(self) -> None:
