@@ -1,5 +1,5 @@
-"""What every test, measurement and demonstration from outside stands on: a display, a session bus, a panel, a user with a
-search path, the program with its clock, and eyes and hands for its windows.
+"""What every test, measurement and demonstration from outside stands on: a display, a session bus, a panel, a user with
+a search path, the program with its clock, and eyes and hands for its windows.
 
 From the ground up, each module on those before it:
 
@@ -14,10 +14,13 @@ From the ground up, each module on those before it:
     site           the local copy of the kernel's site
     clock          the program's sleeps, ended at a word
     user           a home, its saved state and its environment
-    world          other machines for the program to look at; `machines` lists some of them
+    screen         pictures of the display
     applet         the program under test, and the machine that starts it
+    world          other machines for the program to look at; `machines` lists some of them
+    samples        real pages, where the machine has them
     crash          deaths of the program, and the reports that they leave
     probe          the windows seen from outside
+    witness        a program in place of one that the applet starts
     accessibility  the windows as a screen reader and a keyboard have them
     hand           the windows pressed from inside, and the process's footprint
     kills, soaking what the short and the long runs of both share
