@@ -15,8 +15,8 @@ MATE = ("mate-panel", "marco", "mate-themes", "mate-settings-daemon-common")
 # What the walk itself needs.
 TOOLS = (
     "adwaita-icon-theme", "at-spi2-core", "dbus-daemon", "dbus-bin", "fonts-dejavu-core", "fonts-droid-fallback",
-    "libglib2.0-bin", "python3-pil", "tesseract-ocr", "tesseract-ocr-eng", "x11-utils", "x11-xserver-utils", "xdotool",
-    "xvfb",
+    "libglib2.0-bin", "python3-gi", "python3-pil", "tesseract-ocr", "tesseract-ocr-eng", "x11-utils",
+    "x11-xserver-utils", "xdotool", "xvfb",
 )
 
 

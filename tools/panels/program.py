@@ -8,12 +8,11 @@ import time
 from pathlib import Path
 
 from session import Session, stop
+from stage.clock import Clock
+from stage.tools import SYSTEM, Tools, page
 
-TESTS = Path(__file__).resolve().parents[2] / "tests"
-sys.path += [str(TESTS), str(TESTS / "site")]
+sys.path.append(str(Path(__file__).resolve().parents[2] / "tests" / "site"))
 from kernel_history import change, release_commit  # noqa: E402
-from stage.clock import Clock  # noqa: E402
-from stage.tools import Tools, page  # noqa: E402
 
 FIRST = "7.2.4"
 NEXT = "7.2.5"
@@ -53,7 +52,7 @@ class Program:
     def start(self) -> None:
         self._clock = Clock(self._session.folder / "clock")
         environment = self._session.environment | {
-            "PATH": f"{self._tools.folder}:/usr/bin:/bin",
+            "PATH": f"{self._tools.folder}:{SYSTEM}",
             "LD_PRELOAD": str(self._quick_sleep),
         } | self._clock.environment
         with self._said.open("ab") as said:

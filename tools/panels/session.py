@@ -2,42 +2,32 @@
 
 from __future__ import annotations
 
-import ctypes
 import contextlib
 import os
 import signal
 import subprocess
+import sys
 import time
-from collections.abc import Callable, Sequence
+from collections.abc import Callable
 from pathlib import Path
 from typing import NoReturn, TypeVar
 
-from PIL import Image, ImageGrab
+from PIL import Image
+
+sys.path.append(str(Path(__file__).resolve().parents[2] / "tests"))
+from stage.desktop import Bus, Display  # noqa: E402
+from stage.panel import WATCHER  # noqa: E402
+from stage.processes import Service, tied  # noqa: E402
+from stage.screen import screenshot, still  # noqa: E402
 
 T = TypeVar("T")
 
 SCREEN = (1280, 800)
 NOWHERE = (SCREEN[0] // 2, SCREEN[1] - 150)
 BACKGROUND = "#5b7c99"
-WATCHER = "org.kde.StatusNotifierWatcher"
 DEADLINE = 60.0
 LOOKS_A_SECOND = 20
 STILL_FOR = 0.5
-# What is started so ends with this script, even where that is killed.
-TIED = ("setpriv", "--pdeathsig", "KILL", "--")
-SYSTEM_BUS = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>system</type>
-  <listen>unix:path={path}</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow send_destination="*" eavesdrop="true"/>
-    <allow eavesdrop="true"/>
-    <allow own="*"/>
-  </policy>
-</busconfig>
-"""
 
 
 class Failure(Exception):
@@ -58,7 +48,8 @@ class Session:
         self.config = self.home / ".config"
         for made in (self.config, self.home / ".local" / "share", self.home / ".cache", self.runtime):
             made.mkdir(parents=True, mode=0o700)
-        self.log = (folder / "log.txt").open("ab")
+        self._log_file = folder / "log.txt"
+        self.log = self._log_file.open("ab")
         self.environment = {
             "PATH": "/usr/local/bin:/usr/bin:/bin:/usr/local/sbin:/usr/sbin:/sbin",
             "LANG": "C.UTF-8",
@@ -75,26 +66,23 @@ class Session:
         }
         self._kept: dict[str, subprocess.Popen] = {}
 
-        size = f"{SCREEN[0]}x{SCREEN[1]}x24"
-        number = self.start_server("Xvfb", "-screen", "0", size, "-nolisten", "tcp", "-noreset", "-displayfd", "{fd}")
-        self.display = f":{number}"
+        self.display = Display(folder, *SCREEN, log=self._log_file).name
         self.environment["DISPLAY"] = self.display
         self.run("xsetroot", "-solid", BACKGROUND)
-        self.environment["DBUS_SESSION_BUS_ADDRESS"] = self.start_server(
-            "dbus-daemon", "--session", "--nofork", "--nopidfile", "--nosyslog", "--print-address={fd}"
-        )
+        # Not the tests' own: a desktop has all of the system's services.
+        bus = ["dbus-daemon", "--session", "--nofork", "--nopidfile", "--nosyslog", "--print-address={fd}"]
+        self.environment["DBUS_SESSION_BUS_ADDRESS"] = Service(bus, self._log_file, self.environment).address
 
     # ---- Programs ----
 
-    def start(self, *command: str | Path, pass_fds: Sequence[int] = (), **environment: str) -> subprocess.Popen:
+    def start(self, *command: str | Path, **environment: str) -> subprocess.Popen:
         return subprocess.Popen(
-            [*TIED, *command],
+            tied(command, "KILL"),
             env={**self.environment, **environment},
             cwd=self.home,
             stdin=subprocess.DEVNULL,
             stdout=self.log,
             stderr=self.log,
-            pass_fds=pass_fds,
             start_new_session=True,
         )
 
@@ -104,16 +92,6 @@ class Session:
 
     def drop(self, name: str) -> None:
         stop(self._kept.pop(name))
-
-    def start_server(self, *command: str) -> str:
-        """Starts a server that writes where it is to {fd}."""
-        read_end, write_end = os.pipe()
-        try:
-            self.start(*(word.replace("{fd}", str(write_end)) for word in command), pass_fds=[write_end])
-        finally:
-            os.close(write_end)
-        with os.fdopen(read_end) as answer:
-            return answer.readline().strip() or fail(f"{command[0]} did not start")
 
     def run(self, *command: str | Path, **environment: str) -> str:
         """Runs a command to its end and returns what it says, or nothing if it fails."""
@@ -174,12 +152,9 @@ class Session:
 
     def start_system_bus(self, *templates: str) -> None:
         """A system bus of the session's own, with stand-ins for the services of these names."""
-        path = self.folder / "system-bus"
-        configuration = self.folder / "system-bus.conf"
-        configuration.write_text(SYSTEM_BUS.format(path=path))
-        self.environment["DBUS_SYSTEM_BUS_ADDRESS"] = f"unix:path={path}"
-        self.start_server("dbus-daemon", f"--config-file={configuration}", "--nofork", "--nopidfile", "--nosyslog",
-                          "--print-address={fd}")
+        address = f"unix:path={self.folder / 'system-bus'}"
+        self.environment["DBUS_SYSTEM_BUS_ADDRESS"] = address
+        Bus(self.folder, "system", address, log=self._log_file, environment=self.environment)
         for template in templates:
             self.start("/usr/bin/python3", "-m", "dbusmock", "--system", "--template", template)
         if "logind" in templates:
@@ -200,22 +175,11 @@ class Session:
     # ---- Eyes and mouse ----
 
     def screenshot(self) -> Image.Image:
-        return ImageGrab.grab(xdisplay=self.display).convert("RGB")
+        return screenshot(self.display)
 
     def still(self, seconds: float = STILL_FOR) -> Image.Image:
         """A picture of the screen once nothing on it has changed for so long."""
-        last = self.screenshot()
-        since = time.monotonic()
-
-        def settled() -> bool:
-            nonlocal last, since
-            picture = self.screenshot()
-            if picture.tobytes() != last.tobytes():
-                last, since = picture, time.monotonic()
-            return time.monotonic() - since > seconds
-
-        self.wait(settled, "the screen does not come to rest")
-        return last
+        return still(self.screenshot, self.wait, seconds)
 
     def xdotool(self, *words: str | int) -> str:
         return self.run("xdotool", *map(str, words), DISPLAY=self.display)
@@ -250,22 +214,3 @@ def stop(process: subprocess.Popen) -> None:
         with contextlib.suppress(subprocess.TimeoutExpired):
             process.wait(5)
             return
-
-
-def adopt_orphans() -> None:
-    """Makes this process the parent of every child's child that loses its own, so that none escapes."""
-    PR_SET_CHILD_SUBREAPER = 36
-    ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1)
-
-
-def end_children() -> None:
-    """Ends all that is left: politely, and after three seconds not so."""
-    end = time.monotonic() + 3
-    while children := [
-        int(child) for threads in Path("/proc/self/task").glob("*/children") for child in threads.read_text().split()
-    ]:
-        for child in children:
-            with contextlib.suppress(ProcessLookupError, ChildProcessError):
-                os.kill(child, signal.SIGTERM if time.monotonic() < end else signal.SIGKILL)
-                os.waitpid(child, os.WNOHANG)
-        time.sleep(0.02)

@@ -20,8 +20,9 @@ from typing import NoReturn
 from hosts import HOSTS, Box, Host
 from PIL import Image
 from program import FIRST, NEXT, Program
-from session import NOWHERE, SCREEN, Failure, Session, adopt_orphans, end_children, fail
+from session import NOWHERE, SCREEN, Failure, Session, fail
 from sight import Icon, Line, changed, coloured, differing, find_icon, first_word, is_ruled, read, read_version
+from stage.processes import adopt_orphans, end_children
 
 ENTRIES = ("Settings", "Latest Changes", "System & Modules", "Acknowledge Update", "About", "Quit")
 SQUARES = {"red": (220, 60, 60), "green": (60, 180, 60), "white": (240, 240, 240)}
@@ -30,6 +31,7 @@ BUTTONS = {"left": 1, "right": 3}
 PATIENCE = 30.0
 LABEL_PATIENCE = 5.0
 MENU_PATIENCE = 5.0
+END_PATIENCE = 3.0
 RETURNS = 3
 ASIDE = 2
 BESIDE = 24  # pixels in which a version begins, and nothing that moves
@@ -338,7 +340,7 @@ def main() -> None:
         finally:
             for number in STOPPING:
                 signal.signal(number, signal.SIG_IGN)
-            end_children()
+            end_children(END_PATIENCE)
             log = Path(folder, "log.txt")
             if log.exists():
                 Path(album, f"{name}-log.txt").write_bytes(log.read_bytes())
