@@ -75,16 +75,6 @@ def test_each_request_opens_one_more(machine, screen):
     assert applet.quit() == 0
 
 
-def test_opens_again_after_it_was_closed(machine, screen):
-    applet = machine.start()
-    for _ in range(2):
-        open_by_menu(applet)
-        screen.wait_for(1)
-        screen.close_newest()
-        screen.wait_for(0)
-    assert applet.quit() == 0
-
-
 @pytest.mark.parametrize("open_dialog", [open_by_signal, open_by_menu])
 def test_tray_goes_on_while_it_stands(machine, screen, open_dialog):
     machine.tools.publish(page(stable="7.2.4"))
@@ -99,9 +89,8 @@ def test_tray_goes_on_while_it_stands(machine, screen, open_dialog):
     assert len(screen.dialogs()) == 1
 
 
-@pytest.mark.parametrize("number", [1, 3])
-def test_quit_waits_until_the_last_is_closed(machine, screen, number):
-    applet = machine.start()
+def test_quit_waits_until_the_last_is_closed(machine, screen):
+    applet, number = machine.start(), 3
     for standing in range(1, number + 1):
         open_by_signal(applet)
         screen.wait_for(standing)

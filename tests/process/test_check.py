@@ -25,24 +25,6 @@ def test_changes_reach_the_panel_as_signals(machine):
     assert ("XAyatanaNewLabel", "7.2.4", "7.2.4") in applet.item.signals
 
 
-def test_newer_stable_turns_white_to_green(machine):
-    machine.saves(kernel="7.2.4", latest_kernel="7.2.4", stable="7.2.4")
-    machine.tools.publish(page(stable="7.2.5"))
-    applet = machine.start()
-    assert applet.item.icon == "tux-white"
-    applet.check()
-    assert applet.item.icon == "tux-green"
-    assert machine.saved == state_text(kernel="7.2.4", latest_kernel="7.2.5", stable="7.2.5")
-
-
-def test_older_stable_counts_as_different_too(machine):
-    machine.saves(kernel="7.2.4", latest_kernel="7.2.4", stable="7.2.4")
-    machine.tools.publish(page(stable="7.1.19"))
-    applet = machine.start_and_check()
-    assert applet.item.icon == "tux-green"
-    assert machine.saved == state_text(kernel="7.2.4", latest_kernel="7.1.19", stable="7.1.19")
-
-
 @pytest.mark.parametrize(("channel", "label"), [("mainline", "7.3-rc2"), ("longterm", "6.18.31")])
 def test_channel_decides_the_label_alone(machine, channel, label):
     machine.saves(kernel="7.2.4", stable="7.2.4", channel=channel)
@@ -54,14 +36,6 @@ def test_channel_decides_the_label_alone(machine, channel, label):
     applet.check()
     assert applet.item.label == label
     assert applet.item.icon == "tux-green"
-
-
-def test_stable_equal_to_kernel_leaves_a_white_icon_and_saves_the_rest(machine):
-    machine.saves(kernel="7.2.4", latest_kernel="7.2.3", mainline="7.3-rc1", stable="7.2.4", longterm="6.18.30")
-    machine.tools.publish(page(mainline="7.3-rc2", stable="7.2.4", longterm="6.18.31"))
-    applet = machine.start_and_check()
-    assert applet.item.icon == "tux-white"
-    assert machine.saved == state_text("7.2.4", "7.2.3", "7.3-rc2", "7.2.4", "6.18.31")
 
 
 def test_stable_equal_to_kernel_leaves_a_green_icon_green(machine):
@@ -85,34 +59,12 @@ def test_same_contents_are_saved_anew_by_a_successful_check(machine):
     assert machine.saved == state_text(kernel="7.2.4", stable="7.2.4")
 
 
-def test_still_newer_stable_while_green_moves_latest_kernel_on(machine):
-    machine.saves(kernel="7.2.3", stable="7.2.3")
-    machine.tools.publish(page(stable="7.2.4"))
-    applet = machine.start_and_check()
-    machine.tools.publish(page(stable="7.2.5"), LATER)
-    applet.check()
-    assert applet.item.icon == "tux-green"
-    assert applet.item.label == "7.2.5"
-    assert machine.saved == state_text(kernel="7.2.3", latest_kernel="7.2.5", stable="7.2.5")
-    applet.item.menu.click("Acknowledge Update")
-    wait_until(lambda: applet.item.icon == "tux-white", "the white icon")
-    assert machine.saved == state_text(kernel="7.2.5", latest_kernel="7.2.5", stable="7.2.5")
-
-
-def test_channel_that_the_page_lacks_becomes_empty_but_its_label_stays(machine):
+def test_channel_that_the_page_lacks_becomes_empty_but_its_label_stays_until_it_is_back(machine):
     machine.saves(kernel="7.2.4", mainline="7.3-rc2", stable="7.2.4", longterm="6.18.31", channel="mainline")
     machine.tools.publish(page(stable="7.2.4"))
     applet = machine.start_and_check()
     assert applet.item.label == "7.3-rc2"
     assert machine.saved == state_text(kernel="7.2.4", stable="7.2.4", channel="mainline")
-    assert applet.quit() == 0
-    assert machine.start().item.label == ""
-
-
-def test_label_that_stayed_is_replaced_when_the_channel_is_back(machine):
-    machine.saves(kernel="7.2.4", mainline="7.3-rc2", stable="7.2.4", channel="mainline")
-    machine.tools.publish(page(stable="7.2.4"))
-    applet = machine.start_and_check()
     machine.tools.publish(page(mainline="7.3-rc3", stable="7.2.4"), LATER)
     applet.check()
     assert applet.item.label == "7.3-rc3"

@@ -75,12 +75,13 @@ def test_none_but_the_main_thread_takes_them(machine):
 
 
 @pytest.mark.parametrize("number", WINDOW_SIGNALS, ids=signal_name)
-def test_one_does_not_end_a_running_applet(machine, number):
+def test_one_neither_ends_a_running_applet_nor_saves(machine, number):
     applet = machine.start()
     applet.send(number)
     applet.settle()
     assert len(applet.item.menu.entries()) == 8
     assert applet.running
+    assert machine.saved is None
 
 
 @pytest.mark.parametrize("number", [number for number in WINDOW_SIGNALS if number != ABOUT], ids=signal_name)
@@ -134,14 +135,6 @@ def test_all_kinds_at_once_while_it_works(machine):
     applet.settle()
     assert applet.item.icon == "tux-green"
     assert len(applet.item.menu.entries()) == 8
-
-
-@pytest.mark.parametrize("number", WINDOW_SIGNALS, ids=signal_name)
-def test_saves_nothing(machine, number):
-    applet = machine.start()
-    applet.send(number)
-    applet.settle()
-    assert machine.saved is None
 
 
 def test_only_the_one_of_the_changes_asks_the_net(machine):

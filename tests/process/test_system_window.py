@@ -140,12 +140,6 @@ def kernel(machine) -> Kernel:
     return Kernel(machine, MANY)
 
 
-def test_signal_opens_it(kernel):
-    assert kernel.windows() == []
-    kernel.open()
-    assert kernel.applet.running
-
-
 def test_menu_opens_it(kernel):
     kernel.applet.item.menu.click("System & Modules")
     kernel.wait_for_window()
@@ -214,11 +208,6 @@ def test_quit_with_it_open_and_a_module_selected(kernel):
     kernel.applet.item.menu.click("Quit")
     assert kernel.applet.exit_status(AT_ONCE) == 0
     assert kernel.windows() == []
-
-
-def test_quit_with_it_just_opened(kernel):
-    kernel.open()
-    assert kernel.applet.quit() == 0
 
 
 def test_checks_go_on_while_it_is_open(kernel):
