@@ -67,8 +67,7 @@ DUNLIN_DETAILS = [
 AUKLET_DETAILS = [
     "auklet", "Live", "16 KB", "GPL", "Counts auklets", "Author", "Jo Gannet", "File", "/lib/modules/6.9/auklet.ko",
 ]  # fmt: skip
-MODINFO = """#!/bin/sh
-echo "filename: /lib/modules/6.9/$1.ko"
+MODINFO = """echo "filename: /lib/modules/6.9/$1.ko"
 echo "license: GPL"
 echo "author: Jo Gannet"
 echo "description: Counts $1s"
@@ -116,9 +115,7 @@ def other_kernels(machine: Machine) -> list[str | Path]:
 
 
 def start(machine: Machine, desk: Desk, modules: Sequence[Module], environment: dict[str, str] | None = None) -> Applet:
-    modinfo = machine.tools.folder / "modinfo"
-    modinfo.write_text(MODINFO)
-    modinfo.chmod(0o755)
+    machine.tools.put_script("modinfo", MODINFO)
     files = {name: text.encode() for name, text in FILES.items()}
     options = [*other_kernels(machine), "--unshare-uts", "--hostname", "mudflat"]
     return desk.start(around=machine_with_modules(machine, modules, files, *options), environment=environment)

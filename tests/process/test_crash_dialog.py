@@ -106,10 +106,7 @@ def test_asks_in_german_with_one_call(desk):
 
 def test_what_it_starts_takes_every_signal(desk):
     seen = desk.machine.folder / "signals"
-    zenity = desk.tools.folder / "zenity"
-    zenity.unlink()
-    zenity.write_text(f"#!/bin/sh\ngrep ^SigBlk: /proc/self/status >'{seen}'\nexit 1\n")
-    zenity.chmod(0o755)
+    desk.tools.put_script("zenity", f"grep ^SigBlk: /proc/self/status >'{seen}'", "exit 1")
     desk.finish(desk.crashed())
     assert seen.read_text().split() == ["SigBlk:", "0" * 16]
 
@@ -158,7 +155,7 @@ def test_subject_names_the_signal_and_the_reports_time(desk, number):
 
 
 def test_encoder_gets_the_report_and_then_the_subject(desk):
-    (desk.tools.folder / "python3").unlink()
+    desk.tools.remove("python3")
     desk.tools.put_stand_in("python3")
     desk.tools.answer("python3 *", stdout="SUBJECT\n")
     desk.tools.answer("python3 *data*", stdout="BODY\n")
@@ -324,10 +321,7 @@ def test_dialog_inherits_the_applets_input_and_files(desk):
     given = desk.machine.folder / "given"
     given.write_text("Ein Anfang.\n")
     seen = desk.machine.folder / "seen"
-    zenity = desk.tools.folder / "zenity"
-    zenity.unlink()
-    zenity.write_text(f"#!/bin/sh\n{{ /bin/cat; /bin/cat <&7; }} >'{seen}'\nexit 1\n")
-    zenity.chmod(0o755)
+    desk.tools.put_script("zenity", f"{{ /bin/cat; /bin/cat <&7; }} >'{seen}'", "exit 1")
     desk.finish(desk.crashed(around=["bash", "-c", 'exec "$@" <"$0" 7<"$0"', given]))
     # The dialog's text begins with what comes by its input.
     assert seen.read_text() == "Ein Anfang.\n" * 2

@@ -48,14 +48,6 @@ def menu_answers(record_property):
     return ask
 
 
-def put_tool(machine: Machine, name: str, script: str) -> None:
-    """Gives a name on the search path to a script of the shell's."""
-    path = machine.tools.folder / name
-    path.unlink(missing_ok=True)
-    path.write_text(f"#!/bin/sh\n{script}\n")
-    path.chmod(0o755)
-
-
 def put_file(machine: Machine, name: str, contents: bytes) -> str:
     """Returns the path, as a word of the shell."""
     path = machine.folder / name
@@ -79,8 +71,8 @@ DOWNLOADERS = ["wget", "curl"]
 
 def only_by(machine: Machine, tool: str, script: str) -> None:
     """The page comes by this tool alone, and by this script."""
-    put_tool(machine, "wget", "exit 4")
-    put_tool(machine, tool, script)
+    machine.tools.put_script("wget", "exit 4")
+    machine.tools.put_script(tool, script)
 
 
 @pytest.mark.parametrize("tool", DOWNLOADERS)
@@ -147,8 +139,8 @@ exec /bin/cat
 
 def test_silent_curl_holds_up_the_check_alone(machine, menu_answers):
     machine.saves(**KNOWN)
-    put_tool(machine, "wget", "exit 4")
-    put_tool(machine, "curl", "exec /bin/sleep 60")
+    machine.tools.put_script("wget", "exit 4")
+    machine.tools.put_script("curl", "exec /bin/sleep 60")
     applet = machine.start()
     applet.begin_check()
     menu_answers(applet)
@@ -217,10 +209,10 @@ def test_broken_filter_does_not_keep_a_release_back(machine, menu_answers, tool,
     machine.tools.publish(page(stable="7.2.4"))
     machine.tools.remove(tool)
     if fault == "failing":
-        put_tool(machine, tool, "/bin/cat >/dev/null; exit 2")
+        machine.tools.put_script(tool, "/bin/cat >/dev/null; exit 2")
     elif fault == "garbage":
         printed = put_file(machine, "printed", b"\x1b[0m'\xff`touch marker`\0\r\n'" + GARBAGE)
-        put_tool(machine, tool, f"exec /bin/cat {printed}")
+        machine.tools.put_script(tool, f"exec /bin/cat {printed}")
     applet = machine.start_and_check()
     # What the shell and the other filter have to say about it goes where the session keeps such words.
     applet.expected_stderr = rf"((sh: (1|line 1): {tool}: (command )?not found|grep: write error: Broken pipe)\n)*"
@@ -241,7 +233,7 @@ def test_broken_filter_does_not_keep_a_release_back(machine, menu_answers, tool,
 def test_silent_filter_holds_up_the_check_alone(machine, menu_answers, tool):
     machine.saves(**KNOWN)
     machine.tools.publish(page(**NEXT))
-    put_tool(machine, tool, "exec /bin/sleep 60")
+    machine.tools.put_script(tool, "exec /bin/sleep 60")
     applet = machine.start()
     applet.begin_check()
     wait_until(lambda: len(machine.tools.commands()) == 2, "the request for the header")
@@ -283,7 +275,7 @@ ALWAYS_KNOWN = {"seaweed", "Live", "20 KB", "used by 2", "kelp", "1.5", "depth =
 )
 def test_odd_modinfo_leaves_what_the_kernel_tells(machine, menu_answers, script, also):
     garbage = put_file(machine, "garbage", GARBAGE.replace(b":", b""))
-    put_tool(machine, "modinfo", script.replace("{garbage}", garbage).replace("{line}", "x" * 4000))
+    machine.tools.put_script("modinfo", script.replace("{garbage}", garbage).replace("{line}", "x" * 4000))
     probe = Probe(machine.folder)
     applet = machine.start(around=machine_with_modules(machine, [PLAIN]), **probe.options)
     before = memory(applet, "VmHWM")
@@ -307,7 +299,7 @@ def test_silent_modinfo_blocks_everything_until_it_ends(machine, menu_answers):
     # It runs on the main thread: one module is asked at a time, and an answer takes no longer than a click.
     called, go = machine.folder / "called", machine.folder / "go"
     script = f": >{called}; until [ -e {go} ]; do /bin/sleep 0.02; done; echo license: GPL"
-    put_tool(machine, "modinfo", script)
+    machine.tools.put_script("modinfo", script)
     probe = Probe(machine.folder)
     applet = machine.start(around=machine_with_modules(machine, [PLAIN]), **probe.options)
     probe.open(applet, SYSTEM)
@@ -698,7 +690,7 @@ def test_locale_changes_neither_numbers_nor_the_reading_of_names(machine, menu_a
     machine.tools.publish(html)
     machine.tools.answer("wget -qO- *ChangeLog-7.2.5", stdout=COMMITS)
     machine.tools.answer("wget -qO- *releases.json", status=4)
-    put_tool(machine, "modinfo", "exit 1")
+    machine.tools.put_script("modinfo", "exit 1")
     probe = Probe(machine.folder)
     environment = {**probe.options["environment"], "LANG": locale, "LOCPATH": str(locales)}
     applet = machine.start_and_check(

@@ -56,7 +56,7 @@ def shown(text: bytes) -> str:
 @pytest.fixture
 def hostile(machine):
     """A machine where a command that slips through does run."""
-    (machine.tools.folder / "touch").symlink_to("/usr/bin/touch")
+    machine.tools.put("touch")
     return machine
 
 
@@ -253,9 +253,7 @@ TOLD = {"pango": b"description", "quotes": b"author", "formats": b"license", "no
 def test_modules(hostile):
     told, asked = hostile.folder / "told", hostile.folder / "asked"
     told.write_bytes(b"".join(b"%s: %s\n" % (key, CORPUS[name]) for name, key in TOLD.items()))
-    modinfo = hostile.tools.folder / "modinfo"
-    modinfo.write_text(f"#!/bin/sh\nprintf '%s\\n' \"$#\" \"$@\" >>{asked}\nexec /bin/cat {told}\n")
-    modinfo.chmod(0o755)
+    hostile.tools.put_script("modinfo", f"printf '%s\\n' \"$#\" \"$@\" >>{asked}", f"exec /bin/cat {told}")
     listed = modules()
     probe = Probe(hostile.folder)
     applet = hostile.start(around=machine_with_modules(hostile, listed), **probe.options)
@@ -342,8 +340,7 @@ def test_environment(hostile, name):
         "xdg-open": f'printf "%s\\n" "$#" "$1" >"{hostile.folder}/mail"',
         "python3": 'exec /usr/bin/python3 "$@"',
     }.items():
-        (hostile.tools.folder / tool).write_text(f"#!/bin/sh\n{script}\n")
-        (hostile.tools.folder / tool).chmod(0o755)
+        hostile.tools.put_script(tool, script)
     applet.send(signal.SIGSEGV)
     # As bubblewrap passes it on.
     assert applet.exit_status() == 128 + signal.SIGSEGV

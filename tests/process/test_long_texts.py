@@ -167,9 +167,7 @@ def test_details_of_a_module(machine, stage, backend, text):
     told = machine.folder / "told"
     # As much as it reads of a line.
     told.write_bytes(b"".join(b"%s: %s\n" % (key, word[:1800]) for key in (b"description", b"author", b"license")))
-    modinfo = machine.tools.folder / "modinfo"
-    modinfo.write_text(f"#!/bin/sh\nexec /bin/cat {told}\n")
-    modinfo.chmod(0o755)
+    machine.tools.put_script("modinfo", f"exec /bin/cat {told}")
     there = stage(backend, around=machine_with_modules(machine, listed))
     window = there.probe.open(there.applet, SYSTEM)
     names = [row[0] for row in window.rows]

@@ -21,8 +21,7 @@ FIRST_CLICK = 185
 
 STARTED_PROCESSES = BUILD.library("started_processes")
 
-MODINFO = """#!/bin/sh
-echo "$*" >>"${0%/*}/modinfo-calls"
+MODINFO = """echo "$*" >>"${0%/*}/modinfo-calls"
 echo "filename: /lib/modules/7.2.4/$1.ko"
 echo "license: GPL"
 echo "description: Module $1"
@@ -44,9 +43,7 @@ class Kernel:
         machine.animates(False)
         self._record = machine.folder / "started"
         self._record.touch()
-        stand_in = machine.tools.folder / "modinfo"
-        stand_in.write_text(MODINFO)
-        stand_in.chmod(0o755)
+        machine.tools.put_script("modinfo", MODINFO)
         self._modinfo_calls = machine.tools.folder / "modinfo-calls"
         self._modinfo_calls.touch()
         self.applet = machine.start(

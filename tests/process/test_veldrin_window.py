@@ -278,9 +278,7 @@ def test_without_a_folder_for_a_lock_it_starts_one(installed, tmp_path, folder):
 
 
 def test_a_lock_that_is_not_had_keeps_nobody_from_a_start(installed):
-    flock = installed.machine.tools.folder / "flock"
-    flock.write_text("#!/bin/sh\necho no lock >&2\nexit 1\n")
-    flock.chmod(0o755)
+    installed.machine.tools.put_script("flock", "echo no lock >&2", "exit 1")
     assert installed.do("open") == (0, "")
     assert len(installed.applets()) == 1
 

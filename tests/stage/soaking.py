@@ -12,7 +12,7 @@ from pathlib import Path
 from stage.applet import Machine
 from stage.hand import DEADLINE, Footprint, Hand, footprint
 from stage.project import BUILD
-from stage.tools import SYSTEM, page
+from stage.tools import SearchPath, page
 from stage.waiting import wait_until
 
 CDN = "https://cdn.kernel.org/pub/linux/kernel/v7.x"
@@ -23,17 +23,16 @@ SHOWN = f"{COMMITS} changes"
 MODULES = 150
 
 
-class Site:
-    """A folder for the search path with quick stand-ins for the download tools, and what they give."""
+class Site(SearchPath):
+    """Quick stand-ins for the download tools, and what they give."""
 
     def __init__(self, folder: Path) -> None:
-        self.folder = folder
-        folder.mkdir()
+        super().__init__(folder)
         for name in ("wget", "curl"):
             shutil.copy(BUILD.driver("quick_tool"), folder / name)
         for name in ("grep", "sed"):
-            (folder / name).symlink_to(shutil.which(name, path=SYSTEM))
-        self._put("changelog", "".join(self._commit(number) for number in range(COMMITS)))
+            self.put(name)
+        self._give("changelog", "".join(self._commit(number) for number in range(COMMITS)))
         self._edition = 0
         self.publish()
 
@@ -47,7 +46,7 @@ class Site:
             f"    {kind}, part {number}\n\n    It was late, and nobody had counted\n    how often this is called.\n\n"
         )
 
-    def _put(self, name: str, text: str) -> None:
+    def _give(self, name: str, text: str) -> None:
         made = self.folder / "made"
         made.write_text(text)
         made.rename(self.folder / name)
@@ -65,11 +64,11 @@ class Site:
              "released": {"isodate": "2026-09-14"}}
             for moniker, version in {**others, "stable": self.stable}.items()
         ]
-        self._put("index", json.dumps({"releases": releases}, indent=1))
-        self._put("page", page(stable=self.stable, **others))
+        self._give("index", json.dumps({"releases": releases}, indent=1))
+        self._give("page", page(stable=self.stable, **others))
         day = datetime(2026, 1, 1, tzinfo=timezone.utc) + timedelta(days=self._edition % 300)
         # A date with these three digits in a row would look like the answer "not modified".
-        self._put("modified", format_datetime(day, usegmt=True))
+        self._give("modified", format_datetime(day, usegmt=True))
 
 
 def modules_text() -> str:

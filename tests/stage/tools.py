@@ -12,8 +12,7 @@ RELEASE_SITE = site("VELDRIN_RELEASE_SITE")
 SYSTEM = "/usr/bin:/bin"
 
 # As long as the real patience is, it would be a test's: a tool's own limit is cut to half a second.
-IMPATIENT = """#!/bin/sh
-for word; do
+IMPATIENT = """for word; do
     shift
     case $word in
         --timeout=10 | --timeout=15) word=--timeout=0.5 ;;
@@ -116,13 +115,36 @@ class Answer:
         self._hold.unlink()
 
 
-class Tools:
-    """A folder for the search path: stand-ins for wget and curl, and the real filters that commands pipe them into."""
+class SearchPath:
+    """A folder of programs, which can be others than those that the system has by these names."""
 
     def __init__(self, folder: Path) -> None:
         self.folder = folder
+        folder.mkdir(parents=True)
+
+    def remove(self, name: str) -> None:
+        (self.folder / name).unlink(missing_ok=True)
+
+    def put(self, name: str, program: str = "") -> None:
+        """Gives the name to a program of the system, by default to the one that has it."""
+        self.remove(name)
+        (self.folder / name).symlink_to(shutil.which(program or name, path=SYSTEM))
+
+    def put_script(self, name: str, *lines: str) -> None:
+        """Gives the name to a script of the shell's."""
+        self.remove(name)
+        script = self.folder / name
+        script.write_text("\n".join(["#!/bin/sh", *lines]) + "\n")
+        script.chmod(0o755)
+
+
+class Tools(SearchPath):
+    """Stand-ins for wget and curl, and the real filters that commands pipe them into."""
+
+    def __init__(self, folder: Path) -> None:
+        super().__init__(folder)
         self._answers = folder / "answers"
-        self._answers.mkdir(parents=True)
+        self._answers.mkdir()
         self._calls = folder / "calls"
         self._number = 0
         for name in ("wget", "curl"):
@@ -133,13 +155,6 @@ class Tools:
     def put_stand_in(self, name: str) -> None:
         """Gives the name to a program that records its calls and answers as it is told to."""
         (self.folder / name).symlink_to(STAND_IN)
-
-    def put(self, name: str) -> None:
-        """Gives the name to the system's program that has it."""
-        (self.folder / name).symlink_to(shutil.which(name, path=SYSTEM))
-
-    def remove(self, name: str) -> None:
-        (self.folder / name).unlink()
 
     def answer(self, pattern: str, stdout: str = "", stderr: str = "", status: int = 0, hold: bool = False) -> Answer:
         """Answers command lines that fit the shell pattern. An answer given later goes first. A held one does not come
@@ -195,26 +210,14 @@ class Tools:
         return [call.argv for call in self.calls()]
 
 
-class RealTools:
-    """A folder for the search path with the system's own tools."""
+class RealTools(SearchPath):
+    """The system's own tools."""
 
     def __init__(self, folder: Path) -> None:
-        self.folder = folder
-        folder.mkdir()
+        super().__init__(folder)
         for name in ("wget", "curl", "grep", "sed"):
             self.put(name)
 
-    def put(self, name: str, program: str = "") -> None:
-        """Gives the name to a program of the system, by default to the one that has it."""
-        self.remove(name)
-        (self.folder / name).symlink_to(shutil.which(program or name, path=SYSTEM))
-
-    def remove(self, name: str) -> None:
-        (self.folder / name).unlink(missing_ok=True)
-
     def make_impatient(self, wget: str = "wget") -> None:
         for name, program in (("wget", wget), ("curl", "curl")):
-            self.remove(name)
-            script = self.folder / name
-            script.write_text(IMPATIENT.replace("{program}", shutil.which(program, path=SYSTEM)))
-            script.chmod(0o755)
+            self.put_script(name, IMPATIENT.replace("{program}", shutil.which(program, path=SYSTEM)))
