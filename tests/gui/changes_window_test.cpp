@@ -1361,10 +1361,3 @@ TEST(Author, IsTheNameWithoutTheAddress) {
 }
 
 }  // namespace
-
-int main(int argc, char** argv) {
-    testing::InitGoogleTest(&argc, argv);
-    gtk_init(&argc, &argv);
-    fail_on_warnings();
-    return RUN_ALL_TESTS();
-}

@@ -572,10 +572,3 @@ TEST_F(InfoWindow, LeavesNoWidgetBehind) {
 }
 
 }  // namespace
-
-int main(int argc, char** argv) {
-    testing::InitGoogleTest(&argc, argv);
-    gtk_init(&argc, &argv);
-    fail_on_warnings();
-    return RUN_ALL_TESTS();
-}

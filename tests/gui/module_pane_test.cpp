@@ -299,10 +299,3 @@ TEST_F(ModulePane, WithoutASelectionTheTableStaysWhereItIs) {
 }
 
 }  // namespace
-
-int main(int argc, char** argv) {
-    testing::InitGoogleTest(&argc, argv);
-    gtk_init(&argc, &argv);
-    fail_on_warnings();
-    return RUN_ALL_TESTS();
-}

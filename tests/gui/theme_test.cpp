@@ -771,10 +771,3 @@ TEST(Warnings, FailTheTest) {
 }
 
 }  // namespace
-
-int main(int argc, char** argv) {
-    testing::InitGoogleTest(&argc, argv);
-    gtk_init(&argc, &argv);
-    fail_on_warnings();
-    return RUN_ALL_TESTS();
-}
