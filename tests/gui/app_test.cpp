@@ -66,7 +66,7 @@ TEST_F(Applet, LabelStaysUnsetWhileTheChosenVersionIsUnknown) {
     EXPECT_EQ(label(), "");
 }
 
-/// Kept on purpose.
+/// Kept on purpose: the last version known is better than none.
 TEST_F(Applet, LabelOnceSetIsNeverCleared) {
     g_state.stable = "7.2.4";
     update_label();
@@ -299,7 +299,7 @@ class Icons : public testing::Test {
     Icons() { g_icon_dir = folder.path().string(); }
     ~Icons() override { g_picture_fails = false; }
 
-    /// Reads the icon file `name` back and sees to its form.
+    /// Reads the icon file `name` back and checks its size.
     GdkPixbuf* read(const std::string& name) const {
         GdkPixbuf* icon = gdk_pixbuf_new_from_file((folder.path() / name).c_str(), nullptr);
         EXPECT_TRUE(icon);
@@ -346,7 +346,7 @@ TEST_F(Icons, ShowTheLettersWherePicturesFail) {
     }
     EXPECT_GT(dark, 20);
     EXPECT_LT(dark, 200);
-    // The letters stand on row 17; below is colour alone.
+    // The letters stand on row 17, and row 21 is of one colour.
     for (int x = 0; x < 22; ++x) EXPECT_EQ(pixel(icon, x, 21)[0], 240);
     g_object_unref(icon);
 }
@@ -367,7 +367,7 @@ class CheckThread : public Applet {
         g_results_posted = 0;
     }
 
-    /// Lets what was posted take effect.
+    /// Runs the main loop until nothing is pending.
     static void run_loop() {
         EXPECT_TRUE(run_loop_until([] { return !g_main_context_pending(nullptr); }));
     }

@@ -416,7 +416,7 @@ TEST(Kind, IsNoneOtherwise) {
 }
 
 TEST(Kind, TakesTheWholeSubject) {
-    // A tag that holds the word counts, too.
+    // The word counts in the tag, too.
     EXPECT_EQ(kind("fixdep: build"), "is-fix");
     EXPECT_EQ(kind("net: Linux 6.8"), "none");
     EXPECT_EQ(kind("net: Merge x"), "none");

@@ -1,6 +1,6 @@
-// What the tests of the changes window share: a site whose loads wait for the test's answers, what the tests see of GTK's
-// work, two commits, and the window's parts. It defines functions of the program and of GTK, so one source of each
-// program includes it. Main thread only, but for Site::fetch().
+// What the tests of the changes window share: a site whose loads wait for the test's answers, what the tests see of
+// GTK's work, two commits, and the window's parts. It defines functions of the program and of GTK, so one source of
+// each program includes it. Main thread only, but for Site::fetch().
 #pragma once
 
 #include "tree.h"
@@ -20,7 +20,7 @@ using namespace std::string_literals;
 
 // ---- The site, and what the tests see of GTK's work ----
 
-/// The site of the tests, where each load waits until the test answers it. Any thread.
+/// A site where each load waits until the test answers it. Any thread.
 class Site {
   public:
     struct Load {
@@ -30,7 +30,7 @@ class Site {
         std::optional<ChangeLog> answer;
     };
 
-    /// What a load thread does.
+    /// Waits for the test's answer. Load threads call this.
     ChangeLog fetch(const std::string& channel, const std::string& known_version) {
         std::unique_lock lock(mutex_);
         Load& load = loads_.emplace_back(Load{channel, known_version, std::this_thread::get_id(), {}});
@@ -58,7 +58,7 @@ class Site {
         }
         answered_.notify_all();
     }
-    /// Only while no load waits.
+    /// Forgets all loads. No load may be waiting.
     void forget() {
         const std::lock_guard lock(mutex_);
         loads_.clear();
@@ -161,7 +161,7 @@ inline std::string text(GtkWidget* label) {
     return gtk_label_get_text(GTK_LABEL(label));
 }
 
-/// The window and its loads. Closed before and after each test, with every result taken.
+/// The window and its loads. Before and after each test it is closed, and every result is taken.
 class Changes : public testing::Test {
   protected:
     Changes() { g_known = {}; }

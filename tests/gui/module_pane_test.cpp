@@ -70,7 +70,7 @@ class ModulePane : public testing::Test {
     }
     ~ModulePane() override { close_system_window(); }
 
-    /// Waits until the divider has moved for the details, and the table knows all of its rows.
+    /// Waits until the divider has moved for the details, and the table has measured all of its rows.
     static void settle() {
         for (int round = 0; round < 3; ++round) {
             bool idle = false;
@@ -111,13 +111,13 @@ class ModulePane : public testing::Test {
     static GtkTreeView* table() { return gtk_tree_selection_get_tree_view(g_selection); }
     static GtkAdjustment* scroll_bar() { return gtk_scrollable_get_vadjustment(GTK_SCROLLABLE(table())); }
     static int place() { return static_cast<int>(gtk_adjustment_get_value(scroll_bar())); }
-    /// The height of the rows' part.
+    /// Returns the height that the table has for rows.
     static int table_height() {
         GdkRectangle rows;
         gtk_tree_view_get_visible_rect(table(), &rows);
         return rows.height;
     }
-    /// Where a row's upper edge is, counted from the first one in sight.
+    /// Returns a row's place, counted from the upper edge of what is in sight.
     static GdkRectangle row(int number) {
         GtkTreePath* path = gtk_tree_path_new_from_indices(number, -1);
         GdkRectangle row;
@@ -214,7 +214,7 @@ TEST_F(ModulePane, RowFurtherDownThanTheTableReachesStaysThere) {
     scroll_to(0);
     move_divider(-5);
     EXPECT_EQ(place(), 0);
-    // It begins just where the table ended.
+    // Now it begins just where the table ends.
     scroll_to(150 * row(0).height - table_height());
     ASSERT_EQ(row(150).y, table_height());
     const int before = place();
@@ -222,7 +222,7 @@ TEST_F(ModulePane, RowFurtherDownThanTheTableReachesStaysThere) {
     EXPECT_EQ(place(), before);
 }
 
-TEST_F(ModulePane, RowInSightIsNotPassedByTheDivider) {
+TEST_F(ModulePane, RowInSightStaysAboveASlowDivider) {
     select(150);
     scroll_to(150 * row(0).height - table_height() + row(0).height);
     ASSERT_TRUE(in_sight(150));
@@ -234,12 +234,12 @@ TEST_F(ModulePane, RowInSightIsNotPassedByTheDivider) {
     }
 }
 
-TEST_F(ModulePane, RowInSightIsNotOvertakenByAQuickDivider) {
+TEST_F(ModulePane, RowInSightStaysAboveAQuickDivider) {
     select(150);
     while (table_height() > 100) {
         const int before = table_height();
         gtk_paned_set_position(GTK_PANED(g_mod_pane), gtk_paned_get_position(GTK_PANED(g_mod_pane)) - 60);
-        // No longer than until the next step can come.
+        // Wait just long enough for the next step.
         ASSERT_TRUE(run_loop_until([before] { return table_height() < before; }));
     }
     settle();
@@ -257,7 +257,7 @@ TEST_F(ModulePane, RowChosenFromAfarIsInSightBesideItsDetails) {
 }
 
 TEST_F(ModulePane, DetailsThatFitLeaveTheTableWhereItWas) {
-    // The divider stays, so the next time that it moves the user is the one who moves it.
+    // The divider stays, so the next to move it is the user.
     select(2);
     select(3);
     scroll_to(1500);
@@ -267,14 +267,14 @@ TEST_F(ModulePane, DetailsThatFitLeaveTheTableWhereItWas) {
 
 TEST_F(ModulePane, RowPartlyInSightComesWhollyIntoSight) {
     select(150);
-    // Its upper third.
+    // Its upper third is in sight.
     scroll_to(150 * row(0).height - table_height() + row(0).height / 3);
     ASSERT_FALSE(in_sight(150));
     move_divider(-row(0).height);
     EXPECT_TRUE(in_sight(150));
 }
 
-TEST_F(ModulePane, RowCutByTheTitlesIsNotTheDividersBusiness) {
+TEST_F(ModulePane, RowCutByTheTitlesIsNotMovedByTheDivider) {
     select(20);
     const int place_of_row = 20 * row(0).height;
     scroll_to(place_of_row + 5);

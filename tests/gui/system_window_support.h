@@ -17,7 +17,7 @@ using namespace std::string_literals;
 
 // ---- The machine, and what the tests see of GTK's work ----
 
-/// The machine of the tests: what it answers, and what it was asked.
+/// The machine: what it answers, and what it was asked.
 struct Machine {
     SystemInfo info;
     std::vector<KernelModule> modules;
@@ -248,7 +248,7 @@ inline std::string without_position(std::string tree) {
     return tree;
 }
 
-/// The window, closed before and after each test, on a machine that answers everything.
+/// The window on a machine that answers everything. It is closed before and after each test.
 class SystemWindow : public testing::Test {
   protected:
     SystemWindow() {
@@ -330,7 +330,7 @@ class SystemWindow : public testing::Test {
         gtk_tree_selection_select_iter(selection(), &*found);
     }
 
-    /// As a click or a key does.
+    /// Moves the cursor to a row, as a click or a key does.
     static void put_cursor_on(const std::string& name) {
         std::optional<GtkTreeIter> found = row(name);
         ASSERT_TRUE(found) << name;

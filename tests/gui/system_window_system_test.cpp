@@ -152,7 +152,7 @@ TEST_F(SystemWindow, LeftoversAreClosedAtFirst) {
     };
     const int closed = height();
     gtk_expander_set_expanded(GTK_EXPANDER(expander), TRUE);
-    // Two rows more.
+    // It is two rows higher.
     EXPECT_GT(height(), closed + 20);
 }
 

@@ -180,7 +180,7 @@ TEST_F(SystemWindow, TextsArePlain) {
 
 // ---- The permission bar ---------------------------------------------------------------------------------------------
 
-/// The window in a Snap that may not see the modules.
+/// The window in a Snap that may not read the list of modules.
 class PermissionBar : public SystemWindow {
   protected:
     PermissionBar() {
@@ -199,7 +199,7 @@ class PermissionBar : public SystemWindow {
     }
     static std::string copy_label() { return gtk_button_get_label(GTK_BUTTON(copy_button())); }
     static void copy() { gtk_button_clicked(GTK_BUTTON(copy_button())); }
-    /// Presses a mouse button on the command. Returns whether the press was dealt with.
+    /// Presses a mouse button on the command. Returns whether a handler took the press.
     static bool press_command(guint button) {
         GdkEvent* event = gdk_event_new(GDK_BUTTON_PRESS);
         event->any.window = GDK_WINDOW(g_object_ref(gtk_widget_get_window(command_entry())));
@@ -541,7 +541,7 @@ TEST_F(SystemWindow, LeavesItsStoreAndFilterBehindAndNothingElse) {
         EXPECT_TRUE(run_loop_until([&lives] { return lives.count() == 2; })) << lives.count();
         EXPECT_TRUE(lives.holds(store_left));
         EXPECT_TRUE(lives.holds(filter_left));
-        // The references that the window took, and the filter's own on its store.
+        // One reference on each is the window's. The other one on the store is the filter's.
         EXPECT_EQ(G_OBJECT(filter_left)->ref_count, 1U);
         EXPECT_EQ(G_OBJECT(store_left)->ref_count, 2U);
         EXPECT_EQ(gtk_tree_model_iter_n_children(GTK_TREE_MODEL(store_left), nullptr), 4);

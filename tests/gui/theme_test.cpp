@@ -1,3 +1,5 @@
+// The look that the windows share: the stylesheet as it is read and as it works, the names of its classes, excerpts of
+// long texts, the small widgets, the header band, and the penguin.
 #include "tree.h"
 
 #include "theme.cpp"
@@ -18,10 +20,10 @@ struct Registration {
 
 std::vector<Registration> g_registrations;
 int g_providers_made = 0;
-/// What was loaded, and with which length; the third says whether an error was asked for.
+/// Each load: the text, its length, and whether errors were to be returned.
 std::vector<std::tuple<const gchar*, gssize, bool>> g_loads;
 
-/// How the last picture was asked for.
+/// The arguments of the last picture.
 struct Picture {
     const guchar* data;
     GdkColorspace space;
@@ -83,7 +85,7 @@ GdkPixbuf* __wrap_gdk_pixbuf_new_from_data(const guchar* data, GdkColorspace spa
 
 namespace {
 
-/// A widget of the test's own, for as long as the test wants it.
+/// A widget that is destroyed with its object.
 class Owned {
   public:
     explicit Owned(GtkWidget* widget) : widget_(widget) { g_object_ref_sink(widget_); }
@@ -104,7 +106,7 @@ using Classes = std::set<std::string>;
 
 // ---- The stylesheet, read -------------------------------------------------------------------------------------------
 
-/// One rule: a selector and its declarations. A colour's name counts as a selector without any.
+/// A rule: a selector and its declarations. The definition of a colour is a selector without declarations.
 struct Rule {
     std::string section;
     std::string selector;
@@ -159,7 +161,7 @@ std::vector<Rule> read_rules(std::string_view css) {
     return rules;
 }
 
-/// What the windows are to look like, rule by rule.
+/// How the windows must look, rule by rule.
 const std::vector<Rule> LOOK = {
     {"", "@define-color acc_mainline #d97706", {}},
     {"", "@define-color acc_stable #15803d", {}},
@@ -373,7 +375,7 @@ TEST(Apply, LoadsOnceAndRegistersForEachWindow) {
         EXPECT_EQ(registration.provider, g_registrations[0].provider);
         EXPECT_EQ(registration.priority, 600U);
     }
-    // Whatever other tests of this process did before.
+    // This holds whatever other tests of this process did before.
     EXPECT_EQ(g_providers_made, 1);
     ASSERT_EQ(g_loads.size(), 1U);
     EXPECT_EQ(g_loads[0], std::make_tuple(APP_CSS + 0, gssize{-1}, false));
@@ -394,7 +396,7 @@ TEST(ChannelClass, OfWhatIsNoChannelIsThatOfStable) {
     EXPECT_STREQ(theme_channel_class(std::string("mainline\0", 9)), "acc-stable");
 }
 
-/// FNV-1a as its definition has it, in wide numbers.
+/// FNV-1a by its definition, in 64 bits.
 unsigned long long fnv1a(const std::string& text) {
     unsigned long long h = 2166136261ULL;
     for (const char c : text) {
@@ -604,7 +606,7 @@ TEST_F(Header, NullEmptiesTheSubtitle) {
     EXPECT_EQ(subtitle(header), "");
 }
 
-TEST_F(Header, EndlessSubtitleShowsItsStart) {
+TEST_F(Header, VeryLongSubtitleShowsItsStart) {
     const std::string endless(65536, 'x');
     const std::string shown = std::string(499, 'x') + "…";
     GtkWidget* made = theme_header("Title", endless.c_str(), "acc-stable");
@@ -672,14 +674,14 @@ TEST_F(HeaderInAWindow, SubtitleNeverWidensTheWindow) {
     }
 }
 
-TEST_F(HeaderInAWindow, SubtitleOfManyLinesIsOne) {
+TEST_F(HeaderInAWindow, SubtitleOfManyLinesShowsOne) {
     std::string lines;
     for (int i = 0; i < 3000; ++i) lines += "7.2.4\n";
     show("stable  ·  " + lines);
     EXPECT_EQ(gtk_widget_get_allocated_height(header), ordinary);
 }
 
-TEST_F(HeaderInAWindow, ShortSubtitleAfterALongOneIsAsEver) {
+TEST_F(HeaderInAWindow, ShortSubtitleAfterALongOneHasTheUsualHeight) {
     show(std::string(499, 'W'));
     show("stable  ·  7.2.4  ·  released 2026-09-05");
     EXPECT_EQ(gtk_widget_get_allocated_height(header), ordinary);
@@ -731,7 +733,7 @@ TEST_F(Header, ShowsThePenguinFromTheProgramItself) {
     EXPECT_EQ(gdk_pixbuf_read_pixels(shown), tux_info_rgba);
 }
 
-TEST_F(Header, TakesItsPictureWithIt) {
+TEST_F(Header, FreesItsPictureWithItself) {
     EXPECT_EQ(g_pictures, 0);
     {
         const Owned header(theme_header("Title", "Sub", "acc-stable"));

@@ -1,3 +1,5 @@
+// The crash handler: the names of signals, where the report lies, the dialog's language and script, how the handlers
+// are installed, how a handler and its alarm end, and what they leave alone.
 #include "crash_handler.cpp"
 
 #include "support.h"
@@ -69,12 +71,13 @@ TEST(CrashFilePath, LiesInTmpWithoutARuntimeFolder) {
     EXPECT_EQ(crashFilePath(), "/tmp/Veldrin_crash.txt");
 }
 
-TEST(CrashFilePath, EmptyRuntimeFolderIsOne) {
+/// Kept on purpose: the report then lies in the root folder.
+TEST(CrashFilePath, TakesAnEmptyRuntimeFolderAsSet) {
     const Environment folder("XDG_RUNTIME_DIR", "");
     EXPECT_EQ(crashFilePath(), "/Veldrin_crash.txt");
 }
 
-TEST(CrashFilePath, TakesTheFolderAsItIs) {
+TEST(CrashFilePath, TakesTheFolderUnchecked) {
     const Environment folder("XDG_RUNTIME_DIR", "it's a/folder/");
     EXPECT_EQ(crashFilePath(), "it's a/folder//Veldrin_crash.txt");
 }
@@ -116,7 +119,7 @@ TEST(IsGerman, NoneOfThreeIsNotEnough) {
 
 // ---- The dialog's script --------------------------------------------------------------------------------------------
 
-TEST(DialogScript, GermanToTheLetter) {
+TEST(DialogScript, InGermanIsExactlyThis) {
     const Environment lang("LANG", "de_DE.UTF-8");
     EXPECT_EQ(
         dialogScript("/run/user/1000/Veldrin_crash.txt", "Veldrin Crash: SIGBUS (Bus error) - 2026-01-31 14:05:09"),
@@ -135,7 +138,8 @@ xdg-open "mailto:)TEXT" VELDRIN_CONTACT R"TEXT(?subject=${SUBJ}&body=${BODY}" 2>
 )TEXT");
 }
 
-TEST(DialogScript, EnglishToTheLetter) {
+/// Kept on purpose: the apostrophe in "Don't send" ends the quotes, so the shell rejects this script.
+TEST(DialogScript, InEnglishIsExactlyThis) {
     const Environment lang("LANG", "en_US.UTF-8");
     const Environment all("LC_ALL", std::nullopt);
     const Environment language("LANGUAGE", std::nullopt);
@@ -156,7 +160,8 @@ xdg-open "mailto:)TEXT" VELDRIN_CONTACT R"TEXT(?subject=${SUBJ}&body=${BODY}" 2>
 )TEXT");
 }
 
-TEST(DialogScript, TakesPathAndSubjectAsTheyAre) {
+/// Kept on purpose: the script trusts both texts.
+TEST(DialogScript, TakesPathAndSubjectUnquoted) {
     const Environment lang("LANG", "de");
     const std::string script = dialogScript("/a 'b'/\"$c\"", "d 'e' `f` %20");
     EXPECT_NE(script.find("\necho '' >> '/a 'b'/\"$c\"'\n"), std::string::npos);
@@ -210,18 +215,18 @@ TEST_F(Install, HandlerIsInForce) {
     }
 }
 
-TEST_F(Install, UncaughtExceptionAbortsWithoutAWordOnTheTerminal) {
+TEST_F(Install, UncaughtExceptionAbortsSilently) {
     EXPECT_EQ(std::get_terminate(), static_cast<std::terminate_handler>(std::abort));
 }
 
 // ---- The handler's end ----------------------------------------------------------------------------------------------
 
-/// Enters the handler with a signal that ends nothing, and returns the exit status of the process that did so: 0 if the
-/// handler returned and left no alarm behind.
+/// Calls the handler in a process of its own with a signal that does not end it. Returns that process's exit status: 0
+/// if the handler returned and left no alarm behind.
 int status_after_a_harmless_signal(const std::string& folder) {
     const pid_t child = fork();
     if (child == 0) {
-        // The dialog's script is of no use here, nor are its words.
+        // This test needs neither the dialog's script nor its messages.
         const int nowhere = open("/dev/null", O_WRONLY);
         dup2(nowhere, STDERR_FILENO);
         setenv("XDG_RUNTIME_DIR", folder.c_str(), 1);
@@ -243,7 +248,7 @@ TEST(Handler, LeavesNoAlarmBehindWhereTheSignalEndsNothing) {
 
 // ---- The alarm ------------------------------------------------------------------------------------------------------
 
-/// Calls what the alarm calls while `sig` is handled, and returns the status of the process that did so.
+/// Calls, in a process of its own, what the alarm calls while `sig` is handled. Returns that process's status.
 int status_after_the_alarm(int sig, bool blocked) {
     const pid_t child = fork();
     if (child == 0) {
@@ -262,7 +267,7 @@ int status_after_the_alarm(int sig, bool blocked) {
     return status;
 }
 
-TEST(AlarmHandler, EndsTheProcessByTheSignalThatIsHandled) {
+TEST(AlarmHandler, EndsTheProcessWithTheHandledSignal) {
     for (const int sig : FATAL) {
         for (const bool blocked : {true, false}) {
             const int status = status_after_the_alarm(sig, blocked);
@@ -279,7 +284,7 @@ TEST(AlarmHandler, IsTheDefaultForEveryOtherNumber) {
     }
 }
 
-// ---- Beside it ------------------------------------------------------------------------------------------------------
+// ---- What it leaves alone -------------------------------------------------------------------------------------------
 
 void on_alarm(int) {}
 

@@ -124,7 +124,7 @@ TEST(ChangelogText, IgnoresHeaderLinesInAnyOtherForm) {
               (Fields{"1", "", "", "", ""}));
 }
 
-/// Kept on purpose.
+/// Kept on purpose: a header line counts behind the message, too.
 TEST(ChangelogText, ReadsHeaderLinesWhereverTheyStandInACommit) {
     EXPECT_EQ(only_commit("commit 1\n\n    subject\nDate: D\n\n    body\nAuthor: A\n    end\n"),
               (Fields{"1", "A", "D", "subject", "body\nend"}));

@@ -62,7 +62,7 @@ TEST(XmlUnescape, EncodesACodePointInOneToThreeBytes) {
     }
 }
 
-/// Kept on purpose.
+/// Kept on purpose: the result is no valid UTF-8.
 TEST(XmlUnescape, EncodesSurrogatesLikeAnyOtherThreeBytes) {
     EXPECT_EQ(xml_unescape("&#xD7FF;"), "\xed\x9f\xbf");
     EXPECT_EQ(xml_unescape("&#xD800;"), "\xed\xa0\x80");
@@ -222,7 +222,7 @@ TEST(XmlTagValue, IsEmptyWithoutTheElement) {
     }
 }
 
-/// Kept on purpose.
+/// Kept on purpose: only the bare tag counts.
 TEST(XmlTagValue, PassesOverATagWithAttributes) {
     EXPECT_EQ(xml_tag_value("<title type='text'>a</title>", "title"), "");
     EXPECT_EQ(xml_tag_value("<title type='text'>a</title><title>b</title>", "title"), "b");
@@ -404,7 +404,7 @@ TEST(AtomFeed, BodyIsEmptyWithoutACompleteContentElement) {
     EXPECT_EQ(only_entry("<xcontent>one</content>").at(4), "");
 }
 
-/// Kept on purpose.
+/// Kept on purpose: the tag is found by how it begins, and ends at the first angle bracket.
 TEST(AtomFeed, TakesAnyTagThatBeginsLikeContentForContent) {
     EXPECT_EQ(only_entry("<contents>a</contents><content>b</content>").at(4), "a</contents><content>b");
     EXPECT_EQ(only_entry("<content/><content>b</content>").at(4), "<content>b");

@@ -47,7 +47,7 @@ Fields joined(const std::vector<Fields>& lists) {
     return all;
 }
 
-/// The net, of which nothing can be reached but what a test publishes.
+/// A net in which nothing can be reached but what a test publishes.
 class FetchChangelog : public testing::Test {
   protected:
     FetchChangelog() { install(); }
@@ -64,7 +64,7 @@ class FetchChangelog : public testing::Test {
         install();
     }
 
-    /// Returns what a load of these gives that could not be successful.
+    /// Returns the result of a load that failed.
     static ChangeLog failed(const std::string& channel, const std::string& version, const std::string& error) {
         ChangeLog log;
         log.channel = channel;
@@ -73,7 +73,7 @@ class FetchChangelog : public testing::Test {
         return log;
     }
 
-    /// Returns what a load gives that found TWO_COMMITS at `url`.
+    /// Returns the result of a load that found TWO_COMMITS at `url`.
     static ChangeLog from_text(const std::string& channel, const std::string& version, const std::string& released,
                                const std::string& url) {
         ChangeLog log = log_of_text(TWO_COMMITS);
@@ -86,7 +86,7 @@ class FetchChangelog : public testing::Test {
         return log;
     }
 
-    /// Returns what a load gives that found TWO_ENTRIES in the feed of `branch`.
+    /// Returns the result of a load that found TWO_ENTRIES in the feed of `branch`.
     static ChangeLog from_feed(const std::string& channel, const std::string& version, const std::string& released,
                                const std::string& tree, const std::string& branch) {
         ChangeLog log = log_of_feed(TWO_ENTRIES);
@@ -183,7 +183,7 @@ TEST_F(FetchChangelog, MakesNoFurtherRequestWithoutAVersion) {
     EXPECT_EQ(tools.calls(), unanswered(INDEX));
 }
 
-TEST_F(FetchChangelog, NeedsAKnownVersionWhereTheIndexHasNot) {
+TEST_F(FetchChangelog, FailsWhereNeitherTheIndexNorTheCallerKnowsAVersion) {
     for (const std::string& index : {index_of("mainline", R"("version": "7.3")"), ERROR_PAGE}) {
         publish(INDEX, index);
         tools.forget_calls();
@@ -371,7 +371,7 @@ TEST_F(FetchChangelog, CutsTheVersionToTwoPartsForTheBranch) {
     }
 }
 
-/// Kept on purpose.
+/// Kept on purpose: only "mainline" has a tree of its own.
 TEST_F(FetchChangelog, TakesAnyOtherChannelForAStableOne) {
     publish(stable_feed("linux-7.2.y"), TWO_ENTRIES);
     for (const char* channel : {"linux-next", "Mainline", "mainline ", "MAINLINE", "Ünbekannt", ""}) {
@@ -383,7 +383,7 @@ TEST_F(FetchChangelog, TakesAnyOtherChannelForAStableOne) {
     }
 }
 
-TEST_F(FetchChangelog, LooksUpThatVeryChannelInTheIndex) {
+TEST_F(FetchChangelog, LooksUpItsOwnChannelInTheIndex) {
     publish(INDEX, R"([{"moniker": "mainline", "version": "7.3", "isodate": "2026-12-06"},
                        {"moniker": "stable", "version": "7.2.5", "isodate": "2026-11-21"},
                        {"moniker": "longterm", "version": "6.18.51", "isodate": "2026-11-22"}])");

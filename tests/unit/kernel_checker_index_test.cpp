@@ -182,7 +182,7 @@ TEST(JsonField, TakesATextThatReadsLikeTheKeyForTheKey) {
     EXPECT_EQ(field_of(R"({"a": "k", "b": "v", "k": "w"})", "k"), "v");
 }
 
-/// Kept on purpose.
+/// Kept on purpose: a value ends at the next quote and keeps its backslashes.
 TEST(JsonField, KnowsNoEscapes) {
     EXPECT_EQ(field_of(R"({"k": "one\"two"})", "k"), "one\\");
     EXPECT_EQ(field_of(R"({"k": "https:\/\/cdn.kernel.org\/\u0041"})", "k"), R"(https:\/\/cdn.kernel.org\/\u0041)");
@@ -353,7 +353,7 @@ TEST(ReleaseIndex, ReadsPastBytesThatAreNoText) {
     EXPECT_EQ(look_up(bytes + R"({"moniker" : "stable",)" + bytes + R"("version": "1"})", "stable")[0], "1");
 }
 
-/// What the index holds of "stable" if the record is found as the standard library's expression finds it.
+/// Returns what the index says of "stable", with the record found by the standard library's expression.
 Fields stable_release_by_std_regex(const std::string& json) {
     static const std::regex any_spacing("\"moniker\"\\s*:\\s*\"stable\"", std::regex::ECMAScript);
     size_t pos = json.find("\"moniker\": \"stable\"");
@@ -378,7 +378,7 @@ TEST(ReleaseIndex, MatchesTheLanguageOfTheStandardExpression) {
         std::string json;
         int versions = 0;
         for (const std::string& next : indexes.next_pieces()) {
-            // Numbered, so that the answer tells which record was found.
+            // Versions are numbered, so that the answer tells which record was found.
             json += next == "VERSION" ? "\"version\": \"" + std::to_string(++versions) + "\"" : next;
         }
         const Fields expected = stable_release_by_std_regex(json);

@@ -12,7 +12,7 @@ bool g_uname_fails = false;
 
 }  // namespace
 
-/// Takes the place of the C library's, whose kernel never refuses.
+/// Takes the place of the C library's uname(), which never fails.
 extern "C" int uname(utsname* names) noexcept {
     return g_uname_fails ? -1 : static_cast<int>(syscall(SYS_uname, names));
 }
@@ -145,7 +145,7 @@ TEST_F(FetchUrl, WithoutAnyToolIsEmptyAndSilent) {
 
 // ---- The version check ----
 
-/// The release site as one wget: a page, its header and whether it answers 304.
+/// The release site, as a wget that answers with a page, its header, or the condition's outcome.
 class VersionCheck : public testing::Test {
   protected:
     VersionCheck() {
@@ -228,7 +228,7 @@ TEST_F(VersionCheck, TakesTheDigits304InAnyHeaderForUnchanged) {
     EXPECT_EQ(tools.calls().size(), 2U);
 }
 
-/// Kept on purpose.
+/// Kept on purpose: only a count that begins with 0 says that the page has changed.
 TEST_F(VersionCheck, LooksAtTheFirstCharacterOfTheCountAlone) {
     g_last_modified = DATE;
     for (const auto& [count, modified] : std::vector<std::pair<std::string, bool>>{
@@ -245,7 +245,7 @@ TEST_F(VersionCheck, WithAFailedConditionFetchesThePage) {
     EXPECT_EQ(tools.calls().size(), 4U);
 }
 
-TEST_F(VersionCheck, OfAnUnreachablePageLeavesTheHeaderAlone) {
+TEST_F(VersionCheck, OfAnUnreachablePageKeepsTheStoredHeader) {
     g_last_modified = DATE;
     answer_page("", 4);
     tools.add("curl", "exit 6");
@@ -314,7 +314,7 @@ TEST_F(VersionCheck, KeepsALowerCaseHeaderAsAWholeLine) {
     EXPECT_EQ(tools.calls().at(0), quiet_condition("  last-modified: " + DATE));
 }
 
-/// Kept on purpose.
+/// Kept on purpose: the value then holds a line feed.
 TEST_F(VersionCheck, KeepsTheLinesOfARedirectChainJoined) {
     answer_headers("  Last-Modified: one\n  Location: /\n  Last-Modified: two\n");
     EXPECT_EQ(fetch_last_modified(), "one\ntwo");
@@ -410,7 +410,7 @@ TEST(ExtractFirst, TakesTheFirstVersionBehindTheFirstLabel) {
 
 // ---- The same language as the standard library's expressions ----
 
-/// What the two expressions give for the label "stable" as the standard library matches them.
+/// Returns the version behind the label "stable", found by the standard library's expressions.
 std::string stable_by_std_regex(const std::string& html) {
     constexpr auto flags = std::regex::ECMAScript | std::regex::icase;
     static const std::regex cell("<td[^>]*>\\s*stable\\s*:?\\s*</td>", flags);

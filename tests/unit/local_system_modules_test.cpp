@@ -11,7 +11,7 @@ using Pairs = std::vector<std::pair<std::string, std::string>>;
 
 // ---- Lines of the module list ----
 
-/// Name, size, reference count, users and state; empty for a line that is passed over.
+/// Returns name, size, reference count, users and state; empty for a line that is skipped.
 std::vector<std::string> module_in(const std::string& line) {
     KernelModule mod;
     if (!parse_module_line(line, mod)) return {};
@@ -38,7 +38,7 @@ TEST(ModuleLine, HasFiveColumnsAndMayHaveMore) {
     EXPECT_EQ(module_in("heron 16384 2 marsh,reed, Live 0x0000000000000000 (OE) and more"), expected);
 }
 
-TEST(ModuleLine, OfFewerColumnsIsPassedOver) {
+TEST(ModuleLine, OfFewerColumnsIsSkipped) {
     for (const std::string line : {"", " ", "heron", "heron 1", "heron 1 2", "heron 1 2 -", "heron 1 2 - \t\r "}) {
         EXPECT_EQ(module_in(line), Module{}) << line;
     }
@@ -72,7 +72,7 @@ TEST(ModuleLine, CountThatIsNoNumberIsZero) {
     EXPECT_EQ(module_in("heron 1 some - Live")[2], "0");
 }
 
-/// Kept on purpose.
+/// Kept on purpose: a count beyond an int's range wraps around.
 TEST(ModuleLine, CountMayBeNegativeAndIsNarrowed) {
     EXPECT_EQ(module_in("heron 1 -3 - Live")[2], "-3");
     EXPECT_EQ(module_in("heron 1 12x - Live")[2], "12");
@@ -118,7 +118,7 @@ TEST(ModuleLine, LeavesDetailsAlone) {
 
 // ---- Names for the shell ----
 
-/// What may stand in a name, written out.
+/// All bytes that may stand in a name.
 const std::string PERMITTED = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-";
 
 TEST(SafeModuleName, HasOnlyPermittedBytesWhereverTheyStand) {
@@ -145,10 +145,10 @@ TEST(SafeModuleName, MayBeginWithAHyphen) {
 
 // ---- modinfo ----
 
-/// A modinfo of the test's own, and modules that the machine's /sys/module does not have.
+/// A modinfo of the test's own, for modules that no machine has.
 class Modinfo : public testing::Test {
   protected:
-    /// Returns the module's details, with this printed by modinfo.
+    /// Returns the module's details where modinfo prints `printed`.
     KernelModule details(const std::string& printed, const std::string& name = "veldrin_heron") const {
         write_text(tools.file("printed"), printed);
         tools.add("modinfo", "cat '" + tools.file("printed").string() + "'");
@@ -237,7 +237,7 @@ TEST_F(Modinfo, KeyIsExact) {
     EXPECT_EQ(mod.license + mod.filename + mod.author, "");
 }
 
-TEST_F(Modinfo, LineWithoutAColonIsPassedOver) {
+TEST_F(Modinfo, LineWithoutAColonIsSkipped) {
     const KernelModule mod = details("license\nlicense GPL\n\n \nauthor: Reed\nlicense = MIT");
     EXPECT_EQ(mod.license, "");
     EXPECT_EQ(mod.author, "Reed");
@@ -252,7 +252,7 @@ TEST_F(Modinfo, KeepsOddBytes) {
 }
 
 TEST_F(Modinfo, LineOf2047BytesIsOnePiece) {
-    // With its line feed.
+    // The line feed is the last of the 2047.
     const std::string value(2047 - std::string("author:\n").size(), 'a');
     const KernelModule mod = details("author:" + value + "\nlicense: GPL\n");
     EXPECT_EQ(mod.author, value);
@@ -325,7 +325,7 @@ TEST_F(Modinfo, FieldsStayEmptyWhereNoProcessCanBeStarted) {
     EXPECT_TRUE(tools.calls().empty());
 }
 
-/// Kept on purpose.
+/// Kept on purpose: the exit status is not looked at.
 TEST_F(Modinfo, OutputOfAFailingToolCounts) {
     tools.add("modinfo", "echo 'license: GPL'; exit 1");
     EXPECT_EQ(filled().license, "GPL");

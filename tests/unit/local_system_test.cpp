@@ -1,5 +1,5 @@
-// Reading the machine: white space, whole files, sizes, sandboxes, how the kernel was built, the distribution's name, the
-// kernel's names, and the order of versions.
+// Reading the machine: white space, whole files, sizes, sandboxes, how the kernel was built, the distribution's name,
+// the kernel's names, and the order of versions.
 #include "support.h"
 
 #include "local_system.cpp"
@@ -14,14 +14,14 @@ bool uname_fails = false;
 
 }  // namespace
 
-/// Takes the place of the C library's, whose kernel never refuses.
+/// Takes the place of the C library's uname(), which never fails.
 extern "C" int uname(utsname* names) noexcept {
     return uname_fails ? -1 : static_cast<int>(syscall(SYS_uname, names));
 }
 
 namespace {
 
-/// A program outside Snap and Flatpak, as far as variables decide.
+/// The environment of a program outside Snap and Flatpak.
 class Sandbox : public testing::Test {
   protected:
     Environment snap{"SNAP", std::nullopt};
@@ -212,7 +212,7 @@ TEST_F(Sandbox, ConnectCommandNamesThePackageWithoutEither) {
 
 // ---- How the kernel was built ----
 
-/// The four fields: who, with what, flags, when.
+/// Returns the four fields: who, with what, flags, when.
 std::vector<std::string> built(const std::string& version) {
     SystemInfo si;
     parse_proc_version(version, si);
@@ -387,7 +387,7 @@ TEST_F(PrettyName, FileIsReadableWithANameAndWithAnEmptyOne) {
     }
 }
 
-/// Kept on purpose.
+/// Kept on purpose: such a file counts for nothing, as a missing one does.
 TEST_F(PrettyName, EmptyFileCountsAsUnreadable) {
     write_text(file(), "");
     bool readable = true;
@@ -414,7 +414,7 @@ TEST(KernelNames, AreTheSystemsOwn) {
     EXPECT_EQ(si.hostname, names.nodename);
 }
 
-TEST(KernelNames, StayEmptyWhereTheSystemRefusesAndTheRestIsRead) {
+TEST(KernelNames, StayEmptyWhereUnameFailsAndTheRestIsRead) {
     const SystemInfo before = get_system_info();
     uname_fails = true;
     const SystemInfo si = get_system_info();

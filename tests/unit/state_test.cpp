@@ -1,10 +1,13 @@
+// The state file: where it lies, how it is written, how it is read, and the search of a key in it.
 #include "support.h"
 
 #include "state.cpp"
 
+#include <tuple>
+
 namespace {
 
-/// A HOME of the test's own, with its .config, and no Snap.
+/// A HOME of the test's own with a .config folder, outside Snap.
 class StateFile : public testing::Test {
   protected:
     StateFile() { std::filesystem::create_directory(folder.path() / ".config"); }
@@ -93,6 +96,7 @@ TEST_F(StateFile, DirectoryAsksForItsModeUnderTheUmask) {
     EXPECT_EQ(std::filesystem::status(file().parent_path()).permissions(), std::filesystem::perms{0750});
 }
 
+/// Kept on purpose: without its parent there is no folder.
 TEST_F(StateFile, PathMakesOneLevelOnly) {
     std::filesystem::remove(folder.path() / ".config");
     get_state_path();
@@ -149,7 +153,8 @@ TEST_F(StateFile, IsWrittenInPlace) {
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(file().parent_path()), {}), 1);
 }
 
-TEST_F(StateFile, TakesValuesByteForByte) {
+/// Kept on purpose: nothing is escaped.
+TEST_F(StateFile, HoldsValuesByteForByte) {
     AppState state;
     state.kernel = "a\"b\\c\nd\xff";
     save_state(state);
@@ -178,22 +183,16 @@ TEST_F(StateFile, ComesBackWithTheNextSaveAfterItsFolderWasRemoved) {
 
 // ---- Reading ----
 
-TEST_F(StateFile, MissingGivesTheDefaults) {
+TEST_F(StateFile, MissingEmptyOrOfAnotherFormGivesTheDefaults) {
     expect_equal(load_state(), AppState{});
+    for (const std::string& text : {std::string(), std::string("\0\xff<html>\n\n", 10) + std::string(100000, '"')}) {
+        write_file(text);
+        expect_equal(load_state(), AppState{});
+    }
 }
 
 TEST_F(StateFile, ThatIsAFolderGivesTheDefaults) {
     std::filesystem::create_directories(file());
-    expect_equal(load_state(), AppState{});
-}
-
-TEST_F(StateFile, EmptyGivesTheDefaults) {
-    write_file("");
-    expect_equal(load_state(), AppState{});
-}
-
-TEST_F(StateFile, OfAnotherFormGivesTheDefaults) {
-    write_file(std::string("\0\xff<html>\n\n", 10) + std::string(100000, '"'));
     expect_equal(load_state(), AppState{});
 }
 
@@ -246,64 +245,39 @@ TEST_F(StateFile, WithAQuoteInAValueReadsUpToTheQuote) {
     EXPECT_EQ(load_state().longterm, "6.18.50");
 }
 
-TEST_F(StateFile, TakesVersionsUnchecked) {
+TEST_F(StateFile, VersionsAreReadUnchecked) {
     write_file("{\"kernel\": \" <b>\xff; rm -r \"}");
     EXPECT_EQ(load_state().kernel, " <b>\xff; rm -r ");
 }
 
 // ---- The key search ----
 
-TEST(JsonGet, DoesNotFindAKeyInsideALongerOne) {
-    EXPECT_EQ(json_get(R"({"latest_kernel": "7.2", "kernel": "7.1"})", "kernel"), "7.1");
-}
-
-TEST(JsonGet, PassesOverAValueThatReadsLikeTheKey) {
-    EXPECT_EQ(json_get(R"({"channel": "stable", "stable": "6.1"})", "stable"), "6.1");
-}
-
-TEST(JsonGet, ReturnsEmptyWhenOnlyAValueReadsLikeTheKey) {
-    EXPECT_EQ(json_get(R"({"channel": "stable"})", "stable"), "");
-}
-
-TEST(JsonGet, ReturnsEmptyForAKeyAtTheVeryEnd) {
-    EXPECT_EQ(json_get(R"({"x": "y", "kernel")", "kernel"), "");
-    EXPECT_EQ(json_get("{\"x\": \"y\", \"kernel\" \t\r\n", "kernel"), "");
-}
-
-TEST(JsonGet, ReturnsEmptyWithoutAnOpeningOrAClosingQuote) {
-    EXPECT_EQ(json_get(R"({"kernel": 5})", "kernel"), "");
-    EXPECT_EQ(json_get(R"({"kernel": "7.1)", "kernel"), "");
-    EXPECT_EQ(json_get(R"({"kernel":)", "kernel"), "");
-}
-
-TEST(JsonGet, RunsOnToTheNextQuotesForAnythingThatIsNotText) {
-    EXPECT_EQ(json_get(R"("kernel": 5, "x": "y")", "kernel"), "x");
-    EXPECT_EQ(json_get(R"("kernel": null, "stable": "7.2")", "kernel"), "stable");
-    EXPECT_EQ(json_get(R"("kernel": {"deep": "7.2"})", "kernel"), "deep");
-}
-
-TEST(JsonGet, KnowsNoEscape) {
-    EXPECT_EQ(json_get(R"("kernel": "7\".1")", "kernel"), "7\\");
-}
-
-TEST(JsonGet, KnowsNoNesting) {
-    EXPECT_EQ(json_get(R"({"a": {"kernel": "inner"}, "kernel": "outer"})", "kernel"), "inner");
-}
-
-TEST(JsonGet, ToleratesWhiteSpaceAroundTheColon) {
-    EXPECT_EQ(json_get("{\"kernel\" \t\r\n : \t\r\n \"7.1\"}", "kernel"), "7.1");
-}
-
-TEST(JsonGet, KeepsWhiteSpaceAndLineFeedsInAValue) {
-    EXPECT_EQ(json_get("\"kernel\": \" 7\n1 \"", "kernel"), " 7\n1 ");
-}
-
-TEST(JsonGet, TakesTheFirstOfTwo) {
-    EXPECT_EQ(json_get(R"("kernel": "1", "kernel": "2")", "kernel"), "1");
-}
-
-TEST(JsonGet, DoesNotTakeOtherWhiteSpaceForABlank) {
-    EXPECT_EQ(json_get("\"kernel\"\v: \"7.1\"", "kernel"), "");
+TEST(JsonGet, IsTheTextBehindTheFirstSuchKey) {
+    const std::tuple<std::string, const char*, const char*> searches[] = {
+        // A key is found neither in a longer one nor in a value.
+        {R"({"latest_kernel": "7.2", "kernel": "7.1"})", "kernel", "7.1"},
+        {R"({"channel": "stable", "stable": "6.1"})", "stable", "6.1"},
+        {R"({"channel": "stable"})", "stable", ""},
+        // Where the text breaks off, the value is empty.
+        {R"({"x": "y", "kernel")", "kernel", ""},
+        {"{\"x\": \"y\", \"kernel\" \t\r\n", "kernel", ""},
+        {R"({"kernel": 5})", "kernel", ""},
+        {R"({"kernel": "7.1)", "kernel", ""},
+        {R"({"kernel":)", "kernel", ""},
+        // Kept on purpose: where the value is no text, the next text is taken for it.
+        {R"("kernel": 5, "x": "y")", "kernel", "x"},
+        {R"("kernel": null, "stable": "7.2")", "kernel", "stable"},
+        {R"("kernel": {"deep": "7.2"})", "kernel", "deep"},
+        // Kept on purpose: the search knows neither escapes nor nesting.
+        {R"("kernel": "7\".1")", "kernel", "7\\"},
+        {R"({"a": {"kernel": "inner"}, "kernel": "outer"})", "kernel", "inner"},
+        {R"("kernel": "1", "kernel": "2")", "kernel", "1"},
+        // Four kinds of white space may stand around the colon, and any in the value.
+        {"{\"kernel\" \t\r\n : \t\r\n \"7.1\"}", "kernel", "7.1"},
+        {"\"kernel\"\v: \"7.1\"", "kernel", ""},
+        {"\"kernel\": \" 7\n1 \"", "kernel", " 7\n1 "},
+    };
+    for (const auto& [text, key, value] : searches) EXPECT_EQ(json_get(text, key), value) << text;
 }
 
 }  // namespace
