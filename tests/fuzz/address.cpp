@@ -17,8 +17,8 @@ bool is_letter_or_digit(char c) {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
 }
 
-/// Says whether `text` has two neighbours that no text before it had, letters and digits all being alike. A shell reads
-/// its line byte by byte, so others would only cost time.
+/// Says whether `text` has two neighbouring bytes that no text before it had, where all letters and digits count as one.
+/// A shell reads byte by byte, so other texts would only cost time.
 bool is_new_to_the_shell(const std::string& text) {
     static std::set<std::pair<char, char>> seen;
     bool is_new = false;
@@ -34,7 +34,7 @@ bool is_new_to_the_shell(const std::string& text) {
 /// Requires that the shell takes `quoted` between single quotes for one argument that is `text`.
 void require_arrives(const std::string& quoted, const std::string& text) {
     if (!is_new_to_the_shell(text)) return;
-    // The fuzzer's own timer would break off the reading of the pipe.
+    // The fuzzer's own timer would interrupt the reading of the pipe.
     sigset_t timer;
     sigemptyset(&timer);
     sigaddset(&timer, SIGALRM);
@@ -68,7 +68,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string text(data, data + size);
     check(text);
     for (const std::string host : HOSTS) check(host + text);
-    // A header as exec_command hands it over holds no NUL.
+    // A header that exec_command() returns holds no NUL.
     if (text.find('\0') == std::string::npos) require_arrives(inside_single_quotes(text), text);
     return 0;
 }

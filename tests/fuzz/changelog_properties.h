@@ -1,4 +1,4 @@
-// What must hold of both parsers of change lists.
+// What must hold for both parsers of change logs.
 #pragma once
 
 #include "kernel_checker.h"
@@ -32,7 +32,7 @@ inline void require_sound(const ChangeLog& log) {
     require(log.truncated == (static_cast<int>(log.entries.size()) < log.total_found), "truncated says what it means");
 }
 
-/// Returns a list that holds `count` entries, as if from an earlier text, and something in every other field.
+/// Returns a log with `count` entries, as if from an earlier text, and a value in every other field.
 inline ChangeLog list_with(size_t count) {
     ChangeLog log;
     log.channel = "stable";
@@ -54,9 +54,9 @@ inline ChangeLog parsed_into(ChangeLog log, ChangeParser parser, const std::stri
     return log;
 }
 
-/// Requires all of a parser for one text: the same as its model to the byte, for an empty list and for one that is
-/// nearly full, and of a part of the text the same entries as of the whole. `last_may_grow`: the last entry of a part
-/// need not be the whole's, since its end is where the text ends.
+/// Requires that a parser reads one text like its model, to the byte, into an empty log and into one that is nearly
+/// full, and that a part of the text gives the entries of the whole. With `last_may_grow` the last entry of a part may
+/// differ, since it ends where the part ends.
 inline void require_parser_holds(ChangeParser parser, ChangeParser model, const std::string& text, bool last_may_grow) {
     const std::uint64_t number = number_from(text);
 

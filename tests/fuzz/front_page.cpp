@@ -9,14 +9,14 @@
 
 namespace {
 
-/// Beyond this the library's expressions take long, and in the end more stack than there is.
+/// On longer pages the library's expressions take long, and in the end run out of stack.
 constexpr size_t LARGEST_FOR_LIBRARY = 200;
 
 char lower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
-/// A place in a page that moves on over what it is asked to.
+/// A position in a page. It moves past what it matches.
 struct Reader {
     std::string_view page;
     size_t at;

@@ -1,4 +1,4 @@
-// Slow and literal second writings of what several parsers share, to compare the real ones with.
+// Slow, literal implementations of what several parsers share, to compare the real ones with.
 #pragma once
 
 #include <stdexcept>
@@ -7,7 +7,7 @@
 
 namespace model {
 
-/// Searches as a person would: at one place after the other.
+/// Searches `what` at one place after the other.
 inline size_t find(std::string_view text, std::string_view what, size_t from) {
     for (size_t at = from; at + what.size() <= text.size(); ++at) {
         if (text.substr(at, what.size()) == what) return at;

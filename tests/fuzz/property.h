@@ -1,5 +1,5 @@
-// What the fuzz targets share: ways to say what must hold. A property that does not hold ends the process, which is how
-// a fuzzer learns of it.
+// What the fuzz targets share: ways to require a property. One that does not hold ends the process, which is what a
+// fuzzer looks for.
 #pragma once
 
 #include <cstdint>
@@ -35,8 +35,8 @@ inline void require_same(std::string_view actual, std::string_view expected, con
     require(actual == expected, property);
 }
 
-/// Returns a number that every byte of `text` has a say in. Targets take from it where to cut and the like, so that an
-/// input is a plain text, none of whose bytes mean anything else.
+/// Returns a number that depends on every byte of `text`. Targets derive from it where to cut and the like, so that an
+/// input is plain text and none of its bytes has a second meaning.
 inline std::uint64_t number_from(std::string_view text) {
     std::uint64_t number = 0xCBF29CE484222325;
     for (const char c : text) number = (number ^ static_cast<unsigned char>(c)) * 0x100000001B3;

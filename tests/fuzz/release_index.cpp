@@ -1,4 +1,4 @@
-// Fuzzes the reading of the release index, against a second writing of it.
+// Fuzzes the reading of the release index, against a slow, literal one.
 #include "kernel_checker.cpp"
 
 #include "models.h"
@@ -26,8 +26,8 @@ std::string model_json_field(const std::string& json, size_t from, size_t to, co
     return at < to ? value : "";
 }
 
-/// Returns where the first moniker of `channel` stands that has `exactly` one blank behind its colon, or else blanks of
-/// whatever kind and number round it.
+/// Returns where the first moniker of `channel` stands: `exactly` with one blank behind its colon, or else with any blanks
+/// around the colon.
 size_t model_record(const std::string& json, const std::string& channel, bool exactly) {
     const auto skip_blanks = [&json](size_t at) {
         while (at < json.size() && (json[at] == ' ' || (json[at] >= '\t' && json[at] <= '\r'))) ++at;

@@ -1,4 +1,4 @@
-// Stands in for the fuzzer's main where there is none: runs a target over every file of the folders that it is given.
+// Takes the place of the fuzzer's main() in builds without one: runs a target on every file of the given folders.
 #include "property.h"
 
 #include <algorithm>
@@ -26,7 +26,7 @@ int main(int argc, char** argv) {
             std::fputs("It can't be read.\n", stderr);
             return 1;
         }
-        // A copy of exactly the input's size: the address sanitizer then sees the first byte read beyond it.
+        // The copy has exactly the input's size, so the address sanitizer sees a read of one byte beyond it.
         const std::vector<std::uint8_t> bytes(text.begin(), text.end());
         LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
     }

@@ -1,4 +1,4 @@
-// Fuzzes the reading of the state file, against a second writing of it, and its way through a real file.
+// Fuzzes the reading of the state file, against a slow, literal one, and its way through a real file.
 #include "state.cpp"
 
 #include "property.h"
@@ -28,7 +28,7 @@ class StateFolder {
     std::filesystem::path path_;
 };
 
-/// Reads word by word what json_get searches: the first quoted key with a colon behind it, and the quotes behind that.
+/// Does literally what json_get() does: finds the first quoted key with a colon behind it, and the quotes behind that.
 std::string model_json_get(const std::string& json, const std::string& key) {
     const std::string quoted = "\"" + key + "\"";
     size_t at = 0;
@@ -66,7 +66,7 @@ void require_same_state(const AppState& actual, const AppState& expected, const 
     require_same(actual.channel, expected.channel, property);
 }
 
-/// Returns a state whose values are the text's parts between quotes, which no value may hold.
+/// Returns a state whose values are what stands between the text's quotes: no value may hold a quote.
 AppState state_from(const std::string& text) {
     std::array<std::string, 6> values;
     size_t next = 0;
