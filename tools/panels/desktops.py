@@ -73,10 +73,22 @@ def start_mate(session: Session, applet: str) -> None:
     session.tell_bus()
     panel = "org.mate.panel"
     gsettings(session, panel, toplevel_id_list="['top']", object_id_list="['tray']")
-    gsettings(session, f"{panel}.toplevel:/org/mate/panel/toplevels/top/", orientation="top", size="28", expand="true",
-              enable_animations="false")
-    gsettings(session, f"{panel}.object:/org/mate/panel/objects/tray/", object_type="applet", applet_iid=applet,
-              toplevel_id="top", position="600")
+    gsettings(
+        session,
+        f"{panel}.toplevel:/org/mate/panel/toplevels/top/",
+        orientation="top",
+        size="28",
+        expand="true",
+        enable_animations="false",
+    )
+    gsettings(
+        session,
+        f"{panel}.object:/org/mate/panel/objects/tray/",
+        object_type="applet",
+        applet_iid=applet,
+        toplevel_id="top",
+        position="600",
+    )
     session.start("/usr/libexec/mate-settings-daemon")
     session.start("marco", "--no-composite")
 
@@ -139,8 +151,9 @@ def start_gnome(session: Session) -> None:
     session.start_system_bus("logind")
     session.environment["XDG_CURRENT_DESKTOP"] = "GNOME"
     session.tell_bus()
-    gsettings(session, "org.gnome.shell", enabled_extensions=f"['{EXTENSION}']",
-              welcome_dialog_last_shown_version="999")
+    gsettings(
+        session, "org.gnome.shell", enabled_extensions=f"['{EXTENSION}']", welcome_dialog_last_shown_version="999"
+    )
     gsettings(session, "org.gnome.desktop.interface", enable_animations="false")
     gsettings(session, "org.gnome.desktop.notifications", show_banners="false")
     gsettings(session, "org.gnome.desktop.background", picture_options="none", primary_color="#5b7c99")
@@ -169,16 +182,31 @@ def gnome_panel_comes(session: Session) -> None:
 def start_plasma(session: Session) -> None:
     session.start_system_bus("logind")
     session.environment |= {
-        "XDG_CURRENT_DESKTOP": "KDE", "KDE_FULL_SESSION": "true", "KDE_SESSION_VERSION": "6",
-        "XDG_MENU_PREFIX": "plasma-", "XDG_CONFIG_DIRS": f"{session.config}/kdedefaults:/etc/xdg",
+        "XDG_CURRENT_DESKTOP": "KDE",
+        "KDE_FULL_SESSION": "true",
+        "KDE_SESSION_VERSION": "6",
+        "XDG_MENU_PREFIX": "plasma-",
+        "XDG_CONFIG_DIRS": f"{session.config}/kdedefaults:/etc/xdg",
     }
     scheme = Path("/usr/share/color-schemes/BreezeLight.colors").read_text()
     session.write(".config/kdedefaults/kdeglobals", f"[General]\nColorScheme=BreezeLight\n\n{scheme}")
     session.tell_bus()
     session.run("kbuildsycoca6", QT_QPA_PLATFORM="offscreen")
-    session.start("kwin_wayland", "--x11-display", session.display, "--width", "1280", "--height", "800",
-                  "--no-lockscreen", "--no-global-shortcuts", "--no-kactivities", "--socket", "wayland-kde",
-                  KWIN_WAYLAND_NO_PERMISSION_CHECKS="1")
+    session.start(
+        "kwin_wayland",
+        "--x11-display",
+        session.display,
+        "--width",
+        "1280",
+        "--height",
+        "800",
+        "--no-lockscreen",
+        "--no-global-shortcuts",
+        "--no-kactivities",
+        "--socket",
+        "wayland-kde",
+        KWIN_WAYLAND_NO_PERMISSION_CHECKS="1",
+    )
     session.enter_compositor("wayland-kde")
     session.start("/usr/lib/x86_64-linux-gnu/libexec/kactivitymanagerd")
     session.start("kded6")
@@ -201,8 +229,13 @@ def start_cinnamon(session: Session) -> None:
     session.start_system_bus("logind")
     session.environment["XDG_CURRENT_DESKTOP"] = "X-Cinnamon"
     session.tell_bus()
-    gsettings(session, "org.cinnamon", desktop_effects="false", startup_animation="false",
-              enabled_applets="['panel1:left:0:menu@cinnamon.org:0', 'panel1:right:0:xapp-status@cinnamon.org:3']")
+    gsettings(
+        session,
+        "org.cinnamon",
+        desktop_effects="false",
+        startup_animation="false",
+        enabled_applets="['panel1:left:0:menu@cinnamon.org:0', 'panel1:right:0:xapp-status@cinnamon.org:3']",
+    )
     gsettings(session, "org.cinnamon.desktop.background", picture_options="none", primary_color="#5b7c99")
     cinnamon_comes(session)
 
@@ -229,8 +262,13 @@ def start_budgie(session: Session, applet: str) -> None:
     panel = "com.solus-project.budgie-panel"
     path = "/com/solus-project/budgie-panel"
     gsettings(session, panel, panels=f"['{BUDGIE_PANEL}']", migration_level="9")
-    gsettings(session, f"{panel}.panel:{path}/panels/{{{BUDGIE_PANEL}}}/", location="top", size="36",
-              applets=f"['{BUDGIE_APPLET}']")
+    gsettings(
+        session,
+        f"{panel}.panel:{path}/panels/{{{BUDGIE_PANEL}}}/",
+        location="top",
+        size="36",
+        applets=f"['{BUDGIE_APPLET}']",
+    )
     gsettings(session, f"{panel}.applet:{path}/applets/{{{BUDGIE_APPLET}}}/", name=applet, alignment="center")
     session.start("xfwm4", "--compositor=off")
 

@@ -14,9 +14,21 @@ MATE = ("mate-panel", "marco", "mate-themes", "mate-settings-daemon-common")
 
 # What the walk itself needs.
 TOOLS = (
-    "adwaita-icon-theme", "at-spi2-core", "dbus-daemon", "dbus-bin", "fonts-dejavu-core", "fonts-droid-fallback",
-    "libglib2.0-bin", "python3-gi", "python3-pil", "tesseract-ocr", "tesseract-ocr-eng", "x11-utils",
-    "x11-xserver-utils", "xdotool", "xvfb",
+    "adwaita-icon-theme",
+    "at-spi2-core",
+    "dbus-daemon",
+    "dbus-bin",
+    "fonts-dejavu-core",
+    "fonts-droid-fallback",
+    "libglib2.0-bin",
+    "python3-gi",
+    "python3-pil",
+    "tesseract-ocr",
+    "tesseract-ocr-eng",
+    "x11-utils",
+    "x11-xserver-utils",
+    "xdotool",
+    "xvfb",
 )
 
 
@@ -126,8 +138,16 @@ HOSTS = (
     Host(
         "plasma",
         "KDE Plasma",
-        ("kwin-wayland", "plasma-workspace", "plasma-desktop", "breeze", "breeze-gtk-theme", "kde-config-gtk-style",
-         "libgl1-mesa-dri", "python3-dbusmock"),
+        (
+            "kwin-wayland",
+            "plasma-workspace",
+            "plasma-desktop",
+            "breeze",
+            "breeze-gtk-theme",
+            "kde-config-gtk-style",
+            "libgl1-mesa-dri",
+            "python3-dbusmock",
+        ),
         ("plasma-workspace",),
         desktops.start_plasma,
         desktops.drop_panel,

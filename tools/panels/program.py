@@ -22,8 +22,10 @@ COMMITS = 18
 def changelog(version: str) -> str:
     """A release as the kernel's site tells it."""
     when = 1_789_000_000
-    commits = [release_commit(version, when), *(change(version, number, when - 3600 * number)
-                                                for number in range(1, COMMITS))]
+    commits = [
+        release_commit(version, when),
+        *(change(version, number, when - 3600 * number) for number in range(1, COMMITS)),
+    ]
     texts = []
     for number, commit in enumerate(commits):
         day = time.strftime("%a %b %d %H:%M:%S %Y +0000", time.gmtime(commit.written))
@@ -51,14 +53,23 @@ class Program:
 
     def start(self) -> None:
         self._clock = Clock(self._session.folder / "clock")
-        environment = self._session.environment | {
-            "PATH": f"{self._tools.folder}:{SYSTEM}",
-            "LD_PRELOAD": str(self._quick_sleep),
-        } | self._clock.environment
+        environment = (
+            self._session.environment
+            | {
+                "PATH": f"{self._tools.folder}:{SYSTEM}",
+                "LD_PRELOAD": str(self._quick_sleep),
+            }
+            | self._clock.environment
+        )
         with self._said.open("ab") as said:
             self._process = subprocess.Popen(
-                [self._binary], env=environment, cwd=self._session.home, stdin=subprocess.DEVNULL, stdout=said,
-                stderr=said, start_new_session=True,
+                [self._binary],
+                env=environment,
+                cwd=self._session.home,
+                stdin=subprocess.DEVNULL,
+                stdout=said,
+                stderr=said,
+                start_new_session=True,
             )
 
     def check(self) -> None:

@@ -96,8 +96,14 @@ class Session:
     def run(self, *command: str | Path, **environment: str) -> str:
         """Runs a command to its end and returns what it says, or nothing if it fails."""
         done = subprocess.run(
-            command, env={**self.environment, **environment}, cwd=self.home, stdin=subprocess.DEVNULL,
-            stdout=subprocess.PIPE, stderr=self.log, text=True, timeout=DEADLINE,
+            command,
+            env={**self.environment, **environment},
+            cwd=self.home,
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.PIPE,
+            stderr=self.log,
+            text=True,
+            timeout=DEADLINE,
         )
         return done.stdout.strip() if done.returncode == 0 else ""
 
@@ -113,8 +119,12 @@ class Session:
         def socket() -> Path | None:
             return next((path for path in self.runtime.glob(name or "wayland-*") if path.is_socket()), None)
 
-        self.environment |= {"WAYLAND_DISPLAY": self.wait(socket, "no compositor").name, "XDG_SESSION_TYPE": "wayland",
-                             "GDK_BACKEND": "wayland", "QT_QPA_PLATFORM": "wayland"}
+        self.environment |= {
+            "WAYLAND_DISPLAY": self.wait(socket, "no compositor").name,
+            "XDG_SESSION_TYPE": "wayland",
+            "GDK_BACKEND": "wayland",
+            "QT_QPA_PLATFORM": "wayland",
+        }
         self.environment.pop("DISPLAY")
         self.tell_bus()
 
@@ -122,15 +132,25 @@ class Session:
 
     def tell_bus(self) -> None:
         """Services that the bus starts from now on get this environment, too."""
-        names = ("DISPLAY", "WAYLAND_DISPLAY", "XDG_RUNTIME_DIR", "XDG_CURRENT_DESKTOP", "XDG_SESSION_TYPE",
-                 "XDG_CONFIG_DIRS", "QT_QPA_PLATFORM", "GDK_BACKEND", "LIBGL_ALWAYS_SOFTWARE")
+        names = (
+            "DISPLAY",
+            "WAYLAND_DISPLAY",
+            "XDG_RUNTIME_DIR",
+            "XDG_CURRENT_DESKTOP",
+            "XDG_SESSION_TYPE",
+            "XDG_CONFIG_DIRS",
+            "QT_QPA_PLATFORM",
+            "GDK_BACKEND",
+            "LIBGL_ALWAYS_SOFTWARE",
+        )
         known = [f"{name}={self.environment[name]}" for name in names if name in self.environment]
         self.run("dbus-update-activation-environment", *known)
 
     def call(self, name: str, path: str, method: str, *arguments: str) -> str:
         """What a service of the session answers, or nothing."""
-        return self.run("gdbus", "call", "--session", "--dest", name, "--object-path", path, "--method", method,
-                        *arguments)
+        return self.run(
+            "gdbus", "call", "--session", "--dest", name, "--object-path", path, "--method", method, *arguments
+        )
 
     def tells(self, name: str, path: str, value: str) -> bool:
         """Whether that property of a service is true; its interface is called like the service."""
@@ -162,8 +182,16 @@ class Session:
 
     def _log_in(self) -> None:
         """A seat, and this user's session on it."""
-        mock = ("gdbus", "call", "--system", "--dest", "org.freedesktop.login1", "--object-path",
-                "/org/freedesktop/login1", "--method")
+        mock = (
+            "gdbus",
+            "call",
+            "--system",
+            "--dest",
+            "org.freedesktop.login1",
+            "--object-path",
+            "/org/freedesktop/login1",
+            "--method",
+        )
         user = str(os.getuid())
         name = self.environment["USER"]
         method = "org.freedesktop.DBus.Mock."

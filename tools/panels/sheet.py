@@ -11,8 +11,18 @@ from typing import Any
 from hosts import Host
 from PIL import Image, ImageDraw, ImageFont
 
-COLUMNS = ("Host", "Version", "Icon", "Version beside it", "Left click", "Right click", "White, newer",
-           "Panel gone and back", "Started again", "On the terminal")
+COLUMNS = (
+    "Host",
+    "Version",
+    "Icon",
+    "Version beside it",
+    "Left click",
+    "Right click",
+    "White, newer",
+    "Panel gone and back",
+    "Started again",
+    "On the terminal",
+)
 STATES = {"red": "First start", "green": "First check", "white": "Acknowledged", "newer": "Newer release"}
 FONT = "DejaVuSans.ttf"
 FONT_BOLD = "DejaVuSans-Bold.ttf"
@@ -59,8 +69,11 @@ def yes(condition: object) -> str:
 
 
 def terminal(record: Record) -> str:
-    lines = Counter((re.sub(r"^\(\w+:\d+\): ", "", re.sub(r" [\d:.]{8,}:", "", line)), step)
-                    for step, line in record["terminal"] if line.strip())
+    lines = Counter(
+        (re.sub(r"^\(\w+:\d+\): ", "", re.sub(r" [\d:.]{8,}:", "", line)), step)
+        for step, line in record["terminal"]
+        if line.strip()
+    )
     return "; ".join(f"{number} × `{line}` ({step})" for (line, step), number in lines.items()) or "nothing"
 
 
@@ -98,8 +111,10 @@ def cut(host: Host, sight: Record, folder: Path) -> Image.Image:
     middle = (top + bottom) // 2
     with Image.open(folder / sight["picture"]) as picture:
         box = (
-            max(left - AROUND, 0), max(middle - HEIGHT // 2, host.panel[1]),
-            min(right + AROUND, picture.width), min(middle + HEIGHT // 2, host.panel[3]),
+            max(left - AROUND, 0),
+            max(middle - HEIGHT // 2, host.panel[1]),
+            min(right + AROUND, picture.width),
+            min(middle + HEIGHT // 2, host.panel[3]),
         )
         part = picture.crop(box)
     return part.resize((ZOOM * part.width, ZOOM * part.height), Image.Resampling.NEAREST)

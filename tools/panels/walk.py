@@ -114,7 +114,7 @@ class Walk:
         name = f"{self.host.name}-{self._pictures:02}-{step}.png"
         picture.save(self._album / name)
         said = self.program.said
-        self.record.terminal += [(step, line) for line in said[len(self.record.terminal):]]
+        self.record.terminal += [(step, line) for line in said[len(self.record.terminal) :]]
         print(f"{time.monotonic() - self._begin:6.1f} s  {name}", flush=True)
         return name
 
@@ -309,8 +309,9 @@ def walk(host: Host, session: Session, program: Program, album: Path, record: Re
 
 
 def versions(host: Host) -> dict[str, str]:
-    said = subprocess.run(["dpkg-query", "-W", "-f", "${Package} ${Version}\n", *host.version_of],
-                          capture_output=True, text=True).stdout
+    said = subprocess.run(
+        ["dpkg-query", "-W", "-f", "${Package} ${Version}\n", *host.version_of], capture_output=True, text=True
+    ).stdout
     return dict(line.split() for line in said.splitlines())
 
 
