@@ -73,7 +73,7 @@ def test_what_only_looks_like_it_is_no_offence(tmp_path: Path):
         "docs/architecture.md": "From the ground up: `low`, `low_rgba` · `high`.\n",
         "docs/table.md": "| " + "x" * 130,
         "tests/edge.cpp": "\n" * 950,
-        "tests/fuzz/corpus/a/b": f"{'x' * 130} {WORK} in the specification, Part " + "1",
+        "tests/fuzz/corpus/a/b": f"{'x' * 130} {WORK} in the " + "specification, Part " + "1",
         "tests/systems/run": f"mv {SUPERUSER}veldrin x",
         "tools/paths": "ls $HOME/work/x ${root}/root/y build/work/z tree/home/ada/\n",
         "tests/words.cpp": "part * 2, issues, the specifications, a specification, Part of 3, issuer 1\n",
