@@ -81,7 +81,7 @@ std::string snap_connect_command() {
 
 namespace {
 
-// ---- The reference: bare widgets in the shape of the window ------------------------------------------------------------
+// ---- The reference: bare widgets in the shape of the window ---------------------------------------------------------
 
 GtkWidget* bare_label(const char* text, bool left, bool wrap) {
     GtkWidget* label = gtk_label_new(text);
@@ -274,7 +274,7 @@ GtkWidget* bare_window(const std::vector<RowTexts>& rows) {
     return window;
 }
 
-// ---- Clock and frames --------------------------------------------------------------------------------------------------
+// ---- Clock and frames -----------------------------------------------------------------------------------------------
 
 using Clock = std::chrono::steady_clock;
 
@@ -334,7 +334,7 @@ const char* verdict(bool met) {
     return met ? "met" : "MISSED";
 }
 
-// ---- The measurements --------------------------------------------------------------------------------------------------
+// ---- The measurements -----------------------------------------------------------------------------------------------
 
 /// Prints a row. Returns whether the goal is met.
 bool print_opening(const char* name, const std::vector<double>& ours, const std::vector<double>& reference) {

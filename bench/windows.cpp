@@ -1,6 +1,6 @@
-// Times the windows from the call that fills them to their first drawn frame, and beside each, in turn with it, bare GTK
-// widgets of the same classes, in the same shape and with the same texts, but without stylesheet, classes and work on
-// strings. Then watches the memory of a window that loads again and again.
+// Times the windows from the call that fills them to their first drawn frame, and beside each, in turn with it, bare
+// GTK widgets of the same classes, in the same shape and with the same texts, but without stylesheet, classes and work
+// on strings. Then watches the memory of a window that loads again and again.
 //
 //   bench_windows [ROUNDS]      on a display, such as that of tests/gui/with-display; 15 rounds by default
 #include "changes_window.cpp"
@@ -55,7 +55,7 @@ ChangeLog long_changelog() {
     return log;
 }
 
-// ---- The reference: bare widgets in the shape of the windows -----------------------------------------------------------
+// ---- The reference: bare widgets in the shape of the windows --------------------------------------------------------
 
 struct CardTexts {
     const char* tag;
@@ -233,7 +233,7 @@ GtkWidget* bare_overview() {
     return window;
 }
 
-// ---- Clock and frames --------------------------------------------------------------------------------------------------
+// ---- Clock and frames -----------------------------------------------------------------------------------------------
 
 using Clock = std::chrono::steady_clock;
 
@@ -296,7 +296,7 @@ void print_row(const char* name, const std::vector<double>& ours, const std::vec
                 median(ours) / median(reference));
 }
 
-// ---- The measurements --------------------------------------------------------------------------------------------------
+// ---- The measurements -----------------------------------------------------------------------------------------------
 
 struct Timed {
     double built;  ///< until the call was back

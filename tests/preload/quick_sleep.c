@@ -3,7 +3,8 @@
  *
  * QUICK_SLEEP_CLOCK names a file of four 64-bit counters: long sleeps allowed, long sleeps begun, steps allowed, steps
  * begun. A sleep then ends as soon as its number is allowed, be that at once or never.
- * Without it the sleeps are only shortened: to QUICK_SLEEP_STEP seconds (0.001) and QUICK_SLEEP_DELAY seconds (0.03). */
+ * Without it the sleeps are only shortened: to QUICK_SLEEP_STEP seconds (0.001) and QUICK_SLEEP_DELAY seconds
+ * (0.03). */
 #define _GNU_SOURCE 1
 
 #include <dlfcn.h>

@@ -1,5 +1,5 @@
-/* Writes down each process that veldrin starts: the name of the C library's function and, where there is one, the command
- * or the program, a line for each in the file STARTED_PROCESSES. */
+/* Writes down each process that veldrin starts: the name of the C library's function and, where there is one, the
+ * command or the program, a line for each in the file STARTED_PROCESSES. */
 #define _GNU_SOURCE 1
 
 #include <dlfcn.h>

@@ -1,7 +1,7 @@
 // Prints what the program reads from a file, so that readers of another make can be held against it:
 //   parse_dump page FILE LABEL...      each label's version
 //   parse_dump index FILE CHANNEL...   each channel's version, changelog address and release date
-//   parse_dump changelog FILE          how many commits there are, then id, author, date, subject and body of those kept
+//   parse_dump changelog FILE         how many commits there are, then id, author, date, subject and body of those kept
 //   parse_dump feed FILE               the same of a feed
 //   parse_dump fetch CHANNEL VERSION   a whole load: its fields, and then its commits
 // Each line is a JSON array of strings, and each character of a string is one byte.
