@@ -36,6 +36,11 @@ const std::string EVERY_FIELD_TEXT =
     "  \"channel\": \"mainline\"\n"
     "}\n";
 
+/// How many files this process has open, the folder in which it looks among them.
+auto open_files() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator{});
+}
+
 void expect_equal(const AppState& left, const AppState& right) {
     EXPECT_EQ(left.kernel, right.kernel);
     EXPECT_EQ(left.latest_kernel, right.latest_kernel);
@@ -128,6 +133,20 @@ TEST_F(StateFile, ReplacesLongerContents) {
     write_file(std::string(5000, 'x'));
     save_state(EVERY_FIELD);
     EXPECT_EQ(read_text(file()), EVERY_FIELD_TEXT);
+}
+
+TEST_F(StateFile, IsClosedBehindEachSaveAndLoad) {
+    const auto before = open_files();
+    save_state(EVERY_FIELD);
+    EXPECT_EQ(open_files(), before);
+    load_state();
+    EXPECT_EQ(open_files(), before);
+    // One that is there already, and one that can't be written.
+    save_state(EVERY_FIELD);
+    std::filesystem::remove(file());
+    std::filesystem::create_directory(file());
+    save_state(EVERY_FIELD);
+    EXPECT_EQ(open_files(), before);
 }
 
 TEST_F(StateFile, GetsItsModeUnderTheUmask) {
