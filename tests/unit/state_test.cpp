@@ -36,11 +36,6 @@ const std::string EVERY_FIELD_TEXT =
     "  \"channel\": \"mainline\"\n"
     "}\n";
 
-/// How many files this process has open, the folder in which it looks among them.
-auto open_files() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator{});
-}
-
 void expect_equal(const AppState& left, const AppState& right) {
     EXPECT_EQ(left.kernel, right.kernel);
     EXPECT_EQ(left.latest_kernel, right.latest_kernel);

@@ -64,6 +64,11 @@ inline void write_text(const std::filesystem::path& path, const std::string& tex
     std::ofstream(path, std::ios::binary) << text;
 }
 
+/// Returns how many files this process has open, the folder in which it looks among them.
+inline auto open_files() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator{});
+}
+
 /// A search path whose first folder holds stand-ins. Each records its name and arguments, then runs a script of its
 /// own for the answer; the shell's other tools stay within reach.
 class StandIns {
