@@ -113,6 +113,18 @@ def test_the_packages_of_all_systems_need_the_same_tools():
         assert f"'{tool}: " in arch, tool
 
 
+def test_no_package_brings_gnome_for_the_sake_of_its_extension():
+    extension = "gnome-shell-extension-appindicator"
+    control = (ROOT / "debian/control").read_text().split("\nPackage:")[1]
+    assert re.findall(rf"^([\w-]+):(?:[^:]|:[^ ])*\b{extension}\b", control, re.MULTILINE) == ["Suggests"]
+    spec = (ROOT / "packaging/rpm/veldrin.spec").read_text()
+    assert re.findall(rf"^.*{extension}.*$", spec, re.MULTILINE) == [f"Recommends:     ({extension} if gnome-shell)"]
+    arch = (ROOT / "packaging/arch/PKGBUILD").read_text()
+    assert re.findall(rf"^.*{extension}.*$", arch, re.MULTILINE) == [
+        f"            '{extension}: icon and version in the panel of GNOME'"
+    ]
+
+
 def test_the_packages_of_all_systems_bring_what_reads_gtks_icons():
     control = (ROOT / "debian/control").read_text().split("\nPackage:")[1]
     assert " librsvg2-common," in control.partition("\nRecommends:")[0].partition("\nDepends:")[2]
