@@ -35,7 +35,13 @@ PLUGIN_KEYS = {
 EXTENSIONS = {"gnome", "kde-neon-6", "kde-qt6", "env-injector", "ros2-jazzy"}
 INTERFACES = {
     "network", "network-bind", "network-status", "desktop", "desktop-legacy", "wayland", "x11", "unity7", "opengl",
-    "home", "gsettings", "system-observe", "hardware-observe", "mount-observe", "audio-playback", "removable-media",
+    "home", "gsettings", "system-observe", "kernel-module-observe", "hardware-observe", "mount-observe", "audio-playback", "removable-media",
+}  # fmt: skip
+
+
+# What the extension adds to an app by itself.
+GNOME_PLUGS = {
+    "desktop", "desktop-legacy", "gsettings", "opengl", "wayland", "x11", "mount-observe", "calendar-service",
 }  # fmt: skip
 
 
@@ -77,6 +83,8 @@ def snap_app_faults(recipe: dict[str, Any]) -> Iterator[str]:
         for plug in app.get("plugs", []):
             if plug not in INTERFACES and plug not in recipe.get("plugs", {}):
                 yield f"{name}: no such plug: {plug}"
+            if plug in GNOME_PLUGS and "gnome" in app.get("extensions", []):
+                yield f"{name}: the extension gnome brings the plug {plug}"
         for extension in app.get("extensions", []):
             if extension not in EXTENSIONS:
                 yield f"{name}: no such extension: {extension}"

@@ -72,6 +72,7 @@ def module(recipe: dict[str, Any], name: str) -> dict[str, Any]:
         (set_key("apps", "veldrin", "comand", value="x"), "veldrin: no such key: comand"),
         (set_key("apps", "veldrin", "command", value="/usr/bin/veldrin"), "veldrin: the command is no path below the Snap"),
         (set_key("apps", "veldrin", "plugs", value=["netwrok"]), "veldrin: no such plug: netwrok"),
+        (set_key("apps", "veldrin", "plugs", value=["x11"]), "veldrin: the extension gnome brings the plug x11"),
         (set_key("apps", "veldrin", "extensions", value=["gnome-3"]), "veldrin: no such extension: gnome-3"),
         (set_key("apps", "veldrin", "autostart", value="yes"), "veldrin: autostart is no name of a desktop entry"),
         (drop("parts", "autostart", "organize"), "veldrin: no part brings bin/autostart-once"),
@@ -129,12 +130,32 @@ def test_each_rule_of_the_flatpak_finds_its_fault(flatpak, change, complaint):
 
 def test_the_snap_asks_for_what_the_applet_needs_and_no_more(snap):
     app = snap["apps"]["veldrin"]
-    # The indicator reaches the panel by desktop-legacy; system-observe is the user's to give.
-    wanted = {"network", "desktop", "desktop-legacy", "wayland", "x11", "system-observe"}
-    assert set(app["plugs"]) == wanted
-    assert "gnome" in app["extensions"]
-    # The command that users are told names the Snap and the plug.
-    assert "sudo snap connect veldrin:system-observe" in snap["description"]
+    # The indicator reaches the panel by desktop-legacy, which the extension brings with all that a window needs.
+    assert app["extensions"] == ["gnome"]
+    given_by_the_user = ["system-observe", "kernel-module-observe"]
+    assert app["plugs"] == ["network", *given_by_the_user]
+    # The commands that users are told name the Snap and the plug.
+    for plug in given_by_the_user:
+        assert f"sudo snap connect veldrin:{plug}\n" in snap["description"]
+
+
+def test_the_snap_leaves_out_what_the_extension_brings_and_nothing_else(snap, tmp_path):
+    brought, prime = tmp_path / "snap/gnome-46-2404/current", tmp_path / "prime"
+    twice = ["usr/lib/x86_64-linux-gnu/libgtk-3.so.0", "usr/lib/x86_64-linux-gnu/gio/modules/a file.so",
+             "usr/share/icons/Adwaita/index.theme"]  # fmt: skip
+    own = ["usr/lib/x86_64-linux-gnu/libayatana-appindicator3.so.1", "usr/bin/wget", "usr/lib/python3.12/os.py",
+           "usr/share/icons/hicolor/scalable/apps/org.veldrin.Veldrin.svg"]  # fmt: skip
+    extension_alone = ["usr/lib/x86_64-linux-gnu/libgtk-4.so.1", "usr/bin/wget"]
+    for folder, names in ((brought, twice + extension_alone), (prime, twice + own)):
+        for name in names:
+            (folder / name).parent.mkdir(parents=True, exist_ok=True)
+            (folder / name).touch()
+    script = snap["parts"]["brought"]["override-prime"]
+    command = ["bwrap", "--ro-bind", "/usr", "/usr", "--symlink", "usr/bin", "/bin", "--symlink", "usr/lib", "/lib",
+               "--symlink", "usr/lib64", "/lib64", "--bind", prime, prime, "--ro-bind", tmp_path / "snap", "/snap",
+               "bash", "-euc", script]  # fmt: skip
+    subprocess.run(command, env={"CRAFT_PRIME": str(prime), "PATH": "/usr/bin:/bin"}, check=True)
+    assert sorted(str(file.relative_to(prime)) for file in prime.rglob("*") if file.is_file()) == sorted(own)
 
 
 def test_the_snap_brings_the_tools_that_its_base_lacks(snap):
