@@ -148,7 +148,13 @@ PERMISSION = re.compile(
     r"|--persist=[^/:]+"
     r"|--env=\w+=.*"
 )
-LEFT = "x-left-to-fill"
+# The modules that applications share, from a folder of theirs beside the manifest.
+SHARED = re.compile(r"shared-modules/[\w-]+/[\w-]+\.json")
+CHECKERS = {
+    "html": {"url", "version-pattern", "url-template"},
+    "git": {"tag-pattern"},
+    "anitya": {"project-id", "url-template"},
+}
 
 
 def plain(keys: Iterable[str]) -> list[str]:
@@ -166,7 +172,10 @@ def flatpak_faults(manifest: dict[str, Any], folder: Path) -> list[str]:
     for permission in manifest.get("finish-args", []):
         if not PERMISSION.fullmatch(permission):
             faults.append(f"manifest: not a permission: {permission}")
-    modules = manifest.get("modules", [])
+    modules = [module for module in manifest.get("modules", []) if isinstance(module, dict)]
+    for module in manifest.get("modules", []):
+        if not isinstance(module, dict) and not SHARED.fullmatch(str(module)):
+            faults.append(f"manifest: no shared module: {module}")
     names = [module.get("name") for module in modules]
     for name in {name for name in names if names.count(name) > 1}:
         faults.append(f"manifest: several modules are called {name}")
@@ -207,7 +216,13 @@ def source_faults(name: str, source: dict[str, Any], folder: Path) -> Iterator[s
     if "commit" in source and not re.fullmatch(r"[0-9a-f]{40}", source["commit"]):
         yield f"{name}: not a commit"
     pin = {"archive": "sha256", "file": "sha256", "git": "commit"}.get(kind)
-    if pin and "url" in source and (pin in source) == (source.get(LEFT) == pin):
-        yield f"{name}: either {pin} pins the source, or {LEFT} says that it is missing"
+    if pin and "url" in source:
+        if pin not in source:
+            yield f"{name}: no {pin} pins the source"
+        checker = source.get("x-checker-data", {})
+        if checker.get("type") not in CHECKERS or checker.keys() - {"type"} != CHECKERS[checker["type"]]:
+            yield f"{name}: nothing looks for newer versions of the source"
+    if kind == "file" and "path" in source and not (folder / source["path"]).is_file():
+        yield f"{name}: no such file"
     if kind == "git" and not source.keys() & {"commit", "tag"}:
         yield f"{name}: neither a commit nor a tag"

@@ -8,7 +8,7 @@ from typing import Any
 
 import pytest
 import yaml
-from recipes import LEFT, flatpak_faults, snap_faults
+from recipes import flatpak_faults, snap_faults
 
 ROOT = Path(__file__).resolve().parents[2]
 SNAP_FILE = ROOT / "packaging/snap/snapcraft.yaml"
@@ -53,7 +53,7 @@ def drop(*path):
 
 
 def module(recipe: dict[str, Any], name: str) -> dict[str, Any]:
-    (found,) = (module for module in recipe["modules"] if module["name"] == name)
+    (found,) = (module for module in recipe["modules"] if isinstance(module, dict) and module["name"] == name)
     return found
 
 
@@ -97,7 +97,9 @@ def test_each_rule_of_the_snap_finds_its_fault(snap, change, complaint):
         (set_key("runtime-version", value=48), "manifest: no text as runtime-version"),
         (set_key("finish-args", value=["--socket=waylnd"]), "manifest: not a permission: --socket=waylnd"),
         (set_key("finish-args", value=["--persist=.config/x"]), "manifest: not a permission: --persist=.config/x"),
-        (lambda m: m["modules"].append(copy.deepcopy(m["modules"][0])), "manifest: several modules are called intltool"),
+        (lambda m: m["modules"].append(copy.deepcopy(m["modules"][1])), "manifest: several modules are called wget"),
+        (lambda m: m["modules"].append("libayatana-appindicator-gtk3.json"),
+         "manifest: no shared module: libayatana-appindicator-gtk3.json"),
         (lambda m: m["modules"].append({"sources": []}), "a module without a name"),
         (lambda m: module(m, "wget").update(configopts=[]), "wget: no such key: configopts"),
         (lambda m: module(m, "wget").update(buildsystem="make"), "wget: no such build system"),
@@ -108,16 +110,18 @@ def test_each_rule_of_the_snap_finds_its_fault(snap, change, complaint):
         (lambda m: module(m, "wget")["sources"][0].update(url="http://ftp.gnu.org/"),
          "wget: a source from an address that is not https"),
         (lambda m: module(m, "veldrin")["sources"][0].update(path="../nowhere"), "veldrin: no such path"),
-        (lambda m: module(m, "kmod")["sources"][0].pop("url"), "kmod: a source from nowhere"),
+        (lambda m: module(m, "wget")["sources"][0].pop("url"), "wget: a source from nowhere"),
         (lambda m: module(m, "wget")["sources"][0].update(sha256="5726"), "wget: not a checksum"),
-        (lambda m: module(m, "kmod")["sources"][0].update(commit="v30"), "kmod: not a commit"),
-        (lambda m: module(m, "wget")["sources"][0].pop("sha256"),
-         f"wget: either sha256 pins the source, or {LEFT} says that it is missing"),
-        (lambda m: module(m, "wget")["sources"][0].update({LEFT: "sha256"}),
-         f"wget: either sha256 pins the source, or {LEFT} says that it is missing"),
-        (lambda m: module(m, "libayatana-ido")["sources"][0].pop(LEFT),
-         f"libayatana-ido: either commit pins the source, or {LEFT} says that it is missing"),
-        (lambda m: module(m, "libayatana-ido")["sources"][0].pop("tag"), "libayatana-ido: neither a commit nor a tag"),
+        (lambda m: module(m, "wget")["sources"][0].pop("sha256"), "wget: no sha256 pins the source"),
+        (lambda m: module(m, "wget")["sources"][0].pop("x-checker-data"),
+         "wget: nothing looks for newer versions of the source"),
+        (lambda m: module(m, "wget")["sources"][0]["x-checker-data"].pop("version-pattern"),
+         "wget: nothing looks for newer versions of the source"),
+        (lambda m: module(m, "wget").update(sources=[{"type": "git", "url": "https://x", "commit": "v30"}]),
+         "wget: not a commit"),
+        (lambda m: module(m, "wget").update(sources=[{"type": "git", "url": "https://x"}]),
+         "wget: neither a commit nor a tag"),
+        (lambda m: module(m, "autostart-once")["sources"][0].update(path="gone"), "autostart-once: no such file"),
     ],
 )  # fmt: skip
 def test_each_rule_of_the_flatpak_finds_its_fault(flatpak, change, complaint):
@@ -181,12 +185,38 @@ def test_the_flatpak_asks_for_what_the_applet_needs_and_no_more(flatpak):
     }
 
 
-def test_the_flatpak_builds_libraries_before_what_is_linked_with_them(flatpak):
-    order = [module["name"] for module in flatpak["modules"]]
-    libraries = ["intltool", "libdbusmenu-gtk3", "libayatana-ido", "libayatana-indicator", "libayatana-appindicator"]
-    assert [name for name in order if name in libraries] == libraries
-    assert {"wget", "kmod"} < set(order)
-    assert order[-1] == "veldrin"
+def test_the_flatpak_builds_what_the_runtime_lacks_and_no_more(flatpak):
+    # modinfo would find nothing to read in there.
+    assert [entry if isinstance(entry, str) else entry["name"] for entry in flatpak["modules"]] == [
+        "shared-modules/libayatana-appindicator/libayatana-appindicator-gtk3.json", "wget", "autostart-once", "veldrin",
+    ]  # fmt: skip
+
+
+def test_the_flatpak_is_built_by_the_commands_that_its_manifest_and_readme_give():
+    commands = re.findall(r"^#     (\S.*)$", FLATPAK_FILE.read_text(), re.MULTILINE)
+    assert commands[0].endswith(f" {FLATPAK_FILE.parent.relative_to(ROOT)}/shared-modules")
+    assert commands[1].endswith(f" {FLATPAK_FILE.relative_to(ROOT)}")
+    readme = (ROOT / "README.md").read_text()
+    for command in commands:
+        assert f"`{command}`" in readme
+
+
+def test_the_flatpak_packs_nothing_that_building_it_leaves(flatpak):
+    (source,) = module(flatpak, "veldrin")["sources"]
+    assert {"build", ".git", ".flatpak-builder", "packaging/flatpak/shared-modules"} <= set(source["skip"])
+
+
+def test_the_flatpak_carries_nothing_for_developers_and_nothing_for_systemd(flatpak):
+    assert {"/include", "/lib/pkgconfig", "/lib/girepository-1.0", "/share/gir-1.0", "/lib/systemd", "*.a"} <= set(
+        flatpak["cleanup"]
+    )
+
+
+def test_the_flatpak_starts_by_the_script_that_asks_the_portal(flatpak):
+    assert flatpak["command"] == "autostart-once"
+    assert module(flatpak, "autostart-once")["build-commands"] == [
+        f"install -Dm755 -t ${{FLATPAK_DEST}}/bin {flatpak['command']}"
+    ]
 
 
 def test_the_flatpak_is_named_as_its_desktop_entry_and_its_metainfo(flatpak):
@@ -202,20 +232,26 @@ def test_both_take_the_released_programs_settings(snap, flatpak):
 
 def test_both_start_the_applet_itself_by_a_launcher_without_actions(snap, flatpak, tmp_path):
     entry = tmp_path / "usr/share/applications/org.veldrin.Veldrin.desktop"
-    for script in (snap["parts"]["veldrin"]["override-build"], "\n".join(module(flatpak, "veldrin")["post-install"])):
-        entry.parent.mkdir(parents=True, exist_ok=True)
-        entry.write_text((ROOT / "data/org.veldrin.Veldrin.desktop").read_text())
+    metainfo = tmp_path / "usr/share/metainfo/org.veldrin.Veldrin.metainfo.xml"
+    for script, command in (
+        (snap["parts"]["veldrin"]["override-build"], "veldrin"),
+        ("\n".join(module(flatpak, "veldrin")["post-install"]), "autostart-once"),
+    ):
+        for file in (entry, metainfo):
+            file.parent.mkdir(parents=True, exist_ok=True)
+            file.write_text((ROOT / "data" / file.name).read_text())
         (tmp_path / "usr/bin").mkdir(exist_ok=True)
         (tmp_path / "usr/bin/veldrin-window").touch()
         folders = {"CRAFT_PART_INSTALL": str(tmp_path), "FLATPAK_DEST": str(tmp_path / "usr"), "PATH": "/usr/bin:/bin"}
         subprocess.run(["bash", "-euc", f"craftctl() {{ :; }}\n{script}"], env=folders, check=True)
         assert "Action" not in entry.read_text()
         assert "SingleMainWindow" not in entry.read_text()
-        assert re.findall("^Exec=.*$", entry.read_text(), re.MULTILINE) == ["Exec=veldrin"]
+        assert re.findall("^Exec=.*$", entry.read_text(), re.MULTILINE) == [f"Exec={command}"]
         # snapd puts the Snap's folder into the path of the icon when it installs the entry.
         entry.write_text(entry.read_text().replace("=${SNAP}/", "=/snap/veldrin/current/"))
         subprocess.run(["desktop-file-validate", str(entry)], check=True)
         assert not (tmp_path / "usr/bin/veldrin-window").exists()
+        assert re.findall("<binary>.*</binary>", metainfo.read_text()) == ["<binary>veldrin</binary>"]
 
 
 # ---- The Snap's start with the session ----
