@@ -72,6 +72,29 @@ def test_metainfo_is_valid():
     assert result.returncode == 0
 
 
+UNIT = DATA / "veldrin.service"
+
+
+@pytest.mark.skipif(not shutil.which("systemd-analyze"), reason="takes systemd")
+def test_the_units_form_is_valid(tmp_path):
+    # Its program need not be installed here.
+    (tmp_path / UNIT.name).write_text(UNIT.read_text().replace("ExecStart=veldrin\n", "ExecStart=true\n"))
+    command = ["systemd-analyze", "--user", "verify", "--man=no", str(tmp_path / UNIT.name)]
+    environment = {**os.environ, "XDG_RUNTIME_DIR": str(tmp_path)}
+    result = subprocess.run(command, capture_output=True, text=True, check=False, env=environment)
+    assert (result.returncode, result.stderr) == (0, "")
+
+
+def test_the_unit_starts_the_program_with_the_session_once_enabled():
+    unit = key_file(UNIT)
+    assert unit.get_string("Service", "ExecStart") == key_file(AUTOSTART).get_string("Desktop Entry", "Exec")
+    assert unit.get_string("Unit", "Description") == key_file(AUTOSTART).get_string("Desktop Entry", "Comment")
+    assert unit.get_string("Unit", "PartOf") == unit.get_string("Install", "WantedBy") == "graphical-session.target"
+    # Not by the package: the autostart entry would start a second one.
+    rules = (ROOT / "debian/rules").read_text()
+    assert "override_dh_installsystemduser:\n\tdh_installsystemduser --no-enable\n" in rules
+
+
 @pytest.mark.parametrize("page", ["veldrin.1", "veldrin-window.1"])
 def test_the_manual_is_well_formed(page):
     command = ["mandoc", "-T", "lint", "-W", "style", str(DATA / page)]

@@ -242,6 +242,7 @@ def test_both_start_the_applet_itself_by_a_launcher_without_actions(snap, flatpa
             file.write_text((ROOT / "data" / file.name).read_text())
         (tmp_path / "usr/bin").mkdir(exist_ok=True)
         (tmp_path / "usr/bin/veldrin-window").touch()
+        (tmp_path / "usr/lib/systemd/user").mkdir(parents=True, exist_ok=True)
         folders = {"CRAFT_PART_INSTALL": str(tmp_path), "FLATPAK_DEST": str(tmp_path / "usr"), "PATH": "/usr/bin:/bin"}
         subprocess.run(["bash", "-euc", f"craftctl() {{ :; }}\n{script}"], env=folders, check=True)
         assert "Action" not in entry.read_text()
