@@ -156,6 +156,34 @@ def test_the_packages_of_all_systems_bring_what_reads_gtks_icons():
     assert re.search(r"^depends=\([^)]*\blibrsvg\b[^)]*\)$", (ROOT / "packaging/arch/PKGBUILD").read_text(), re.MULTILINE)
 
 
+# ---- German ----
+
+
+@pytest.mark.parametrize(
+    ("entry", "keys"), [(ENTRY, ["GenericName", "Comment", "Keywords"]), (AUTOSTART, ["Comment"])],
+    ids=["launcher", "autostart"],
+)  # fmt: skip
+def test_the_entries_say_in_german_what_a_user_reads_or_looks_for(entry, keys):
+    file = GLib.KeyFile()
+    file.load_from_file(str(entry), GLib.KeyFileFlags.KEEP_TRANSLATIONS)
+    for key in keys:
+        assert file.get_locale_string("Desktop Entry", key, "de") != file.get_string("Desktop Entry", key)
+    # An action is called as the menu in the panel calls it, which has no German.
+    assert re.findall(r"^Name\[", entry.read_text(), re.MULTILINE) == []
+
+
+def test_each_text_of_the_metainfo_is_followed_by_its_german(metainfo):
+    language = "{http://www.w3.org/XML/1998/namespace}lang"
+    texts = 0
+    for parent in metainfo.iter():
+        told = [child for child in parent if child.tag in ("summary", "p", "li", "caption")]
+        for text, german in zip(told[::2], told[1::2], strict=True):
+            assert (german.tag, german.get(language), text.get(language)) == (text.tag, "de", None), text.text
+            assert german.text.split() != text.text.split()
+            texts += 1
+    assert texts > 15
+
+
 # ---- Metainfo ----
 
 
