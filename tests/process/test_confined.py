@@ -2,6 +2,7 @@
 what it has saved is there at its next start. The recipes of the packages say what a world shares with the machine."""
 
 import shutil
+import signal
 import tempfile
 from collections.abc import Iterator, Sequence
 from pathlib import Path
@@ -28,6 +29,7 @@ class World:
         self.machine = machine
         self.environment = environment
         self.files: dict[str, str] = {}  # in its root, with their contents
+        self.missing: list[Path] = []  # of the root's folders
         self._layout: list[str | Path] = ["--unshare-pid", "--tmpfs", machine.home, "--tmpfs", machine.runtime]
 
     def give(self, folder: Path, place: Path) -> None:
@@ -35,11 +37,29 @@ class World:
         folder.mkdir(parents=True, exist_ok=True)
         self._layout += ["--bind", folder, place]
 
+    def hide(self, hidden: Path) -> None:
+        """Leaves something out: the folder in which it lies is made anew of all else that is in it."""
+        if not hidden.exists():
+            return
+        if hidden.parent == Path("/"):
+            self.missing.append(hidden)
+            return
+        self._layout += ["--tmpfs", hidden.parent]
+        for entry in sorted(hidden.parent.iterdir()):
+            if entry.is_symlink():
+                self._layout += ["--symlink", entry.readlink(), entry]
+            elif entry != hidden:
+                self._layout += ["--ro-bind", entry, entry]
+
     def start(self) -> Applet:
         root = Path(tempfile.mkdtemp(prefix="root-", dir=self.machine.folder))
         for name, contents in self.files.items():
             (root / name).write_text(contents)
         around = other_world(root, self.machine.folder)
+        for folder in self.missing:
+            bound = around.index(folder)
+            assert around[bound - 1 : bound + 2] == ["--ro-bind", folder, folder]
+            del around[bound - 1 : bound + 2]
         return self.machine.start(around=[*around[:-1], *self._layout, around[-1]], environment=self.environment)
 
 
@@ -50,6 +70,9 @@ def flatpak(machine: Machine, permissions: Sequence[str]) -> World:
         environment[f"XDG_{variable}_HOME"] = str(own / name)
     world = World(machine, environment)
     world.files[".flatpak-info"] = f"[Application]\nname={FLATPAK['id']}\n"
+    for hidden in ("/boot", "/sys/module", "/usr/lib/modules"):
+        world.hide(Path(hidden))
+    world.give(machine.runtime / ".flatpak" / FLATPAK["id"] / "xdg-run", machine.runtime)
     for name in ("config", "cache", "data"):
         world.give(own / name, own / name)
     for permission in permissions:
@@ -149,6 +172,24 @@ def test_the_saved_state_of_a_flatpak_lies_in_its_own_folder(machine):
     applet.check()
     saved = machine.home / ".var" / "app" / FLATPAK["id"] / ".config" / "VeldrinWatch" / "app_state.json"
     assert saved.read_text() == state_text(latest_kernel="7.2.4", stable="7.2.4")
+
+
+def test_a_flatpak_sees_nothing_of_the_kernels_files_but_the_list_of_modules(machine):
+    applet = flatpak(machine, FLATPAK["finish-args"]).start()
+    inside = Path(f"/proc/{applet.pid}/root")
+    assert not any((inside / name).exists() for name in ("boot", "sys/module", "usr/lib/modules"))
+    # Nothing hides this one, where the kernel has it.
+    assert (inside / "proc/modules").exists() == Path("/proc/modules").exists()
+
+
+def test_the_crash_report_of_a_flatpak_is_kept_where_readme_says(machine):
+    applet = flatpak(machine, FLATPAK["finish-args"]).start()
+    applet.expected_stderr = ".*"  # the dialog's, which is another test's
+    applet.send(signal.SIGSEGV)
+    applet.exit_status()
+    folder = ".flatpak/org.veldrin.Veldrin/xdg-run/"
+    assert f"`$XDG_RUNTIME_DIR/{folder}`" in (REPOSITORY / "README.md").read_text()
+    assert (machine.runtime / folder / "Veldrin_crash.txt").read_text() != ""
 
 
 def test_the_saved_state_of_a_snap_lies_in_the_data_of_its_revision(machine):
