@@ -13,6 +13,7 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <limits>
 #include <memory>
 #include <string_view>
 
@@ -147,7 +148,7 @@ std::string format_uptime() {
     const std::string text = read_file("/proc/uptime");
     const double seconds = std::strtod(text.c_str(), nullptr);
     // From here on the integers below would overflow. What is no number is left out, too.
-    constexpr double TOO_LONG = 0x1p63;
+    constexpr auto TOO_LONG = static_cast<double>(std::numeric_limits<long>::max());
     if (!(seconds > 0 && seconds < TOO_LONG)) return {};
 
     const long total = static_cast<long>(seconds);

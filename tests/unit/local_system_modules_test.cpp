@@ -4,6 +4,7 @@
 #include "local_system.cpp"
 
 #include <sys/resource.h>
+#include <climits>
 
 namespace {
 
