@@ -1,5 +1,5 @@
-"""The release's archive: the project's own files and nothing that builds have left among them, byte by byte the same from
-each copy of the tree, and named by its checksum in the recipe for Arch."""
+"""The release's archive: the project's own files and nothing that builds have left among them, byte by byte the same
+from each copy of the tree, and named by its checksum in the recipe for Arch."""
 
 import hashlib
 import os
