@@ -9,10 +9,10 @@ from typing import Any
 # ---- Snap, as documented for the base core24 ----
 
 SNAP_KEYS = {
-    "name", "title", "base", "build-base", "version", "adopt-info", "grade", "confinement", "type", "license", "summary",
-    "description", "contact", "website", "issues", "source-code", "donation", "icon", "platforms", "package-repositories",
-    "environment", "plugs", "slots", "hooks", "layout", "apps", "parts", "lint", "assumes", "compression", "epoch",
-    "system-usernames", "ua-services", "links",
+    "name", "title", "base", "build-base", "version", "adopt-info", "grade", "confinement", "type", "license",
+    "summary", "description", "contact", "website", "issues", "source-code", "donation", "icon", "platforms",
+    "package-repositories", "environment", "plugs", "slots", "hooks", "layout", "apps", "parts", "lint", "assumes",
+    "compression", "epoch", "system-usernames", "ua-services", "links",
 }  # fmt: skip
 SNAP_REQUIRED = {"name", "version", "summary", "description", "base", "grade", "confinement", "parts", "platforms"}
 APP_KEYS = {

@@ -1,4 +1,4 @@
-"""What is installed beside the program: desktop entries, metainfo, icons and manual say the same, and say what is so."""
+"""What is installed beside the program: desktop entries, metainfo, icons and manual say the same, and what is so."""
 
 import os
 import re
@@ -234,8 +234,10 @@ def test_a_check_names_each_icon_that_is_another_picture(tree, size):
     assert re.findall(r"data/icons/\d+\.png", result.stderr) == [f"data/icons/{size}.png"]
 
 
-@pytest.mark.parametrize("harm", [Path.unlink, lambda icon: icon.write_bytes(b"no picture"),
-                                  lambda icon: shutil.copy(icon.parent / "48.png", icon)])
+@pytest.mark.parametrize(
+    "harm",
+    [Path.unlink, lambda icon: icon.write_bytes(b"no picture"), lambda icon: shutil.copy(icon.parent / "48.png", icon)],
+)
 def test_a_check_names_an_icon_that_is_gone_or_broken_or_of_another_size(tree, harm):
     harm(tree / "data/icons/128.png")
     result = render_art(tree, "--check")

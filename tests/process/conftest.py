@@ -39,9 +39,7 @@ def display(tmp_path_factory: pytest.TempPathFactory) -> Iterator[Display]:
 
 
 @pytest.fixture(scope="session")
-def compositors(
-    display: Display, tmp_path_factory: pytest.TempPathFactory
-) -> Iterator[Callable[[int], Compositor]]:
+def compositors(display: Display, tmp_path_factory: pytest.TempPathFactory) -> Iterator[Callable[[int], Compositor]]:
     """One for each scale: on Wayland the display decides, and not the program's environment."""
     made: dict[int, Compositor] = {}
 

@@ -62,8 +62,12 @@ def machine(desk: Desk) -> Machine:
 
 
 def release_record(channel: str, version: str) -> dict:
-    return {"moniker": channel, "version": version, "changelog": CHANGELOGS + version,
-            "released": {"timestamp": 1936000000, "isodate": "2031-05-05"}}
+    return {
+        "moniker": channel,
+        "version": version,
+        "changelog": CHANGELOGS + version,
+        "released": {"timestamp": 1936000000, "isodate": "2031-05-05"},
+    }
 
 
 def publish(tools: Tools, hold: bool = False) -> Answer:
@@ -118,7 +122,7 @@ def test_settings_reads_out_every_text(settings):
         "YOUR SYSTEM", "Running", os.uname().release,
         "KERNHAVEN", "Mainline", "9.5-rc3", "Stable", "9.4.1", "panel", "Longterm", "9.1.20", "www.kernel.org",
         "Close",
-    )
+    )  # fmt: skip
 
 
 def test_settings_selector_is_called_by_its_label(settings):
@@ -215,7 +219,7 @@ def test_changes_reads_out_every_text(changes):
         "wires", "fix a leak", "Łukasz Example  ·  Sun May 4 09:00:00 2031 +0000", "bbbbbbbbbbbb",
         "hwmon", "calm the fan", "Bo Example  ·  Sat May 3 08:00:00 2031 -0700", "cccccccccccc",
         LINK, "Close",
-    )
+    )  # fmt: skip
 
 
 def test_changes_controls_tell_what_they_offer(changes):
@@ -233,7 +237,7 @@ def test_running_load_is_read_out(machine, applet, desk):
         window,
         "Latest Kernel Changes", "stable  ·  loading …", "Contacting Kernhaven …", "Stable", "Refresh",
         "Spinner", "Loading changes …", "Close",
-    )
+    )  # fmt: skip
     for waiting in (selector(window), button(window, "Refresh")):
         assert "sensitive" not in waiting.states
 
@@ -250,7 +254,7 @@ def test_failed_load_is_read_out(machine, desk):
         "Could not load the changes",
         "Could not reach Kernhaven and no version is known yet.\nCheck your network connection and try Refresh.",
         "Close",
-    )
+    )  # fmt: skip
 
 
 # ---- Latest Changes: the keyboard ----
@@ -299,7 +303,10 @@ def test_keys_reach_the_words_of_a_failure(machine, desk):
     until(lambda: window.says("Nothing loaded."), "the failure")
     desk.wait_for_focus(selector(window))
     assert [stop.text.partition("\n")[0] for stop in desk.stops()] == [
-        "Stable", "Refresh", "Could not reach Kernhaven and no version is known yet.", "Close",
+        "Stable",
+        "Refresh",
+        "Could not reach Kernhaven and no version is known yet.",
+        "Close",
     ]
 
 

@@ -230,7 +230,8 @@ def test_confined_system_page_reads_out_its_notes_and_the_permission_bar(confine
     texts = confined.texts()
     distribution, modules = texts.index("Distribution"), texts.index("Modules")
     assert texts[distribution + 1 : distribution + 3] == [
-        "Skua 24", "sandbox base — run: snap connect veldrin:system-observe"
+        "Skua 24",
+        "sandbox base — run: snap connect veldrin:system-observe",
     ]
     assert texts[modules + 1 : modules + 3] == ["not readable", "see the Modules tab"]
     assert texts[-5:] == ["Modules", PERMISSION, COMMAND, "Copy", "Close"]
@@ -273,7 +274,7 @@ def test_leftover_trees_open_and_close(system, desk, key):
     reads(
         system,
         *SYSTEM_PAGE, LEFTOVERS, "5.18.0-1-skua", "modules only", "5.17.0-1-skua", "modules only", *SYSTEM_PAGE_BEHIND,
-    )
+    )  # fmt: skip
     assert "expanded" in leftovers.states and desk.focus == leftovers
     until(lambda: contains(system, leftovers.find("label", "5.17.0-1-skua")), "the trees")
     rows = [desk.move(), desk.move()]
@@ -333,7 +334,7 @@ def test_modules_page_reads_out_every_text(modules):
     reads(
         modules,
         *HEADER, "System", "Modules", "Reload", STATUS, *HEADINGS, *AUKLET, *DUNLIN, *PLOVER, PLACEHOLDER, "Close",
-    )
+    )  # fmt: skip
     assert entry(modules).hint == "Filter by module name or user…"
 
 
@@ -348,7 +349,9 @@ def test_command_has_a_name(confined):
 
 def test_values_are_called_by_their_keys(system, desk):
     for value, key in {
-        "Fri Oct 18 07:11:39 UTC 2024": "Built", "root=LABEL=skua ro quiet": "Boot line", "mudflat": "Hostname"
+        "Fri Oct 18 07:11:39 UTC 2024": "Built",
+        "root=LABEL=skua ro quiet": "Boot line",
+        "mudflat": "Hostname",
     }.items():
         assert system.find("label", value).labels == [key]
     turn_to_modules(system, desk)
@@ -367,7 +370,7 @@ def test_error_panel_is_read_out(confined, desk):
         confined,
         *HEADER, "System", "Modules", "Reload", "no access", "No modules loaded", NONE_LOADED,
         PERMISSION, COMMAND, "Copy", "Close",
-    )
+    )  # fmt: skip
     (locked, command) = [node for node in confined.shown() if node.role == "text"]
     assert locked.text == "" and "sensitive" not in locked.states
     assert command.text == COMMAND and "sensitive" in command.states
@@ -386,7 +389,7 @@ def test_filter_takes_keys_and_tab_leads_on(modules, desk):
         modules,
         *HEADER, "System", "Modules", "DUN", "Reload", "2 of 3 modules  ·  1 in use  ·  filter: DUN",
         *HEADINGS, *DUNLIN, *PLOVER, PLACEHOLDER, "Close",
-    )
+    )  # fmt: skip
     assert described([desk.move()]) == [("push button", "Reload")]
     desk.go_to(table(modules))
     desk.press("Down")
@@ -403,8 +406,19 @@ def test_arrow_keys_select_modules_and_the_details_follow(modules, desk):
     until(lambda: desk.cell and desk.cell.text == "dunlin", "the reader to be told of the row")
     desk.press("Down")
     shows_details(
-        modules, "plover", "Live", "1.2 MB", "used by 2", "GPL", "Counts plovers",
-        "Used by", "auklet,dunlin", "Author", "Jo Gannet", "File", "/lib/modules/6.9/plover.ko",
+        modules,
+        "plover",
+        "Live",
+        "1.2 MB",
+        "used by 2",
+        "GPL",
+        "Counts plovers",
+        "Used by",
+        "auklet,dunlin",
+        "Author",
+        "Jo Gannet",
+        "File",
+        "/lib/modules/6.9/plover.ko",
     )
     assert selected(modules) == PLOVER
     until(lambda: desk.cell and desk.cell.text == "plover", "the reader to be told of the row")
@@ -417,8 +431,14 @@ def test_every_detail_can_be_reached_to_be_copied(modules, desk):
     select_dunlin(modules, desk)
     texts = [stop.text for stop in desk.stops() if stop.role == "label"]
     assert texts == [
-        "dunlin", "Counts dunlins", "2.4-quay", "Jo Gannet", "OE", "7C0FFEE5A11AD0F1E57A7E5",
-        "/lib/modules/6.9/dunlin.ko", *PARAMETERS,
+        "dunlin",
+        "Counts dunlins",
+        "2.4-quay",
+        "Jo Gannet",
+        "OE",
+        "7C0FFEE5A11AD0F1E57A7E5",
+        "/lib/modules/6.9/dunlin.ko",
+        *PARAMETERS,
     ]
 
 
@@ -467,7 +487,7 @@ def test_reload_by_space_keeps_the_keys_and_the_filter(modules, desk, machine):
         modules,
         *HEADER, "System", "Modules", "lin", "Reload", "1 of 2 modules  ·  0 in use  ·  filter: lin",
         *HEADINGS, "merlin", "4 KB", "0", PLACEHOLDER, "Close",
-    )
+    )  # fmt: skip
     assert desk.focus == reload
 
 
@@ -475,8 +495,12 @@ def test_error_panel_goes_and_comes_by_keys(confined, desk, machine):
     turn_to_modules(confined, desk)
     stops = desk.stops()
     assert described(stops) == [
-        ("page tab", "Modules"), ("push button", "Reload"), ("label", NONE_LOADED),
-        ("text", COMMAND), ("push button", "Copy"), ("push button", "Close"),
+        ("page tab", "Modules"),
+        ("push button", "Reload"),
+        ("label", NONE_LOADED),
+        ("text", COMMAND),
+        ("push button", "Copy"),
+        ("push button", "Close"),
     ]
     assert stops == in_order_of_reading(stops)
     desk.go_to(button(confined, "Reload"))
@@ -546,8 +570,14 @@ def test_about_keys_reach_everything(about, desk):
     first = stops.index(about.find("label", "Veldrin"))
     stops = stops[first:] + stops[:first]
     assert described(stops) == [
-        ("label", "Veldrin"), ("label", "v1.3"), ("label", COMMENTS), ("label", WEBSITE_LABEL), ("label", COPYRIGHT),
-        ("push button", CONTACT), ("toggle button", "License"), ("push button", "Close"),
+        ("label", "Veldrin"),
+        ("label", "v1.3"),
+        ("label", COMMENTS),
+        ("label", WEBSITE_LABEL),
+        ("label", COPYRIGHT),
+        ("push button", CONTACT),
+        ("toggle button", "License"),
+        ("push button", "Close"),
     ]
     assert stops == in_order_of_reading(stops)
 

@@ -21,14 +21,17 @@ def constant(header: str, name: str) -> int:
 
 
 def picture(header: str, name: str, width: int, height: int) -> Picture:
-    found = re.search(rf"^inline constexpr unsigned char {name}\[(\d+)\] = \{{([^}}]*)\}};$",
-                      (ROOT / header).read_text(), re.MULTILINE)
+    found = re.search(
+        rf"^inline constexpr unsigned char {name}\[(\d+)\] = \{{([^}}]*)\}};$",
+        (ROOT / header).read_text(),
+        re.MULTILINE,
+    )
     assert found, f"{header} has no {name}"
     values = [int(value) for value in found[2].replace(",", " ").split()]
     assert int(found[1]) == len(values) == width * height * 4
     assert all(0 <= value <= 255 for value in values)
-    pixels: list[Pixel] = [tuple(values[i:i + 4]) for i in range(0, len(values), 4)]
-    return [pixels[y * width:(y + 1) * width] for y in range(height)]
+    pixels: list[Pixel] = [tuple(values[i : i + 4]) for i in range(0, len(values), 4)]
+    return [pixels[y * width : (y + 1) * width] for y in range(height)]
 
 
 @pytest.fixture(name="tray")
@@ -93,8 +96,9 @@ def test_size_constants_agree_with_the_arrays():
 def test_header_compiles_included_twice(header: str, tmp_path: Path):
     source = tmp_path / "twice.cpp"
     source.write_text(f'#include "{ROOT / header}"\n' * 2)
-    subprocess.run(["c++", "-std=c++20", "-Wall", "-Wextra", "-Wpedantic", "-Werror", "-fsyntax-only", str(source)],
-                   check=True)
+    subprocess.run(
+        ["c++", "-std=c++20", "-Wall", "-Wextra", "-Wpedantic", "-Werror", "-fsyntax-only", str(source)], check=True
+    )
 
 
 @pytest.mark.parametrize("name", ["tray", "info", "logo"])
@@ -139,8 +143,8 @@ def test_tray_belly_is_white_and_closed_round_by_black(tray: Picture):
     for y in range(11, 19):
         whites = [x for x in range(22) if is_white(tray[y][x])]
         if whites:
-            assert any(is_black(p) for p in tray[y][:whites[0]])
-            assert any(is_black(p) for p in tray[y][whites[-1]:])
+            assert any(is_black(p) for p in tray[y][: whites[0]])
+            assert any(is_black(p) for p in tray[y][whites[-1] :])
 
 
 def test_tray_has_two_eyes_and_a_yellow_beak_below(tray: Picture):
@@ -187,8 +191,9 @@ def copied_tree(tmp_path: Path) -> Path:
 
 
 def render_art(root: Path, *options: str) -> subprocess.CompletedProcess[str]:
-    return subprocess.run([str(root / "tools/render-art"), *options], capture_output=True, text=True, timeout=60,
-                          check=False)
+    return subprocess.run(
+        [str(root / "tools/render-art"), *options], capture_output=True, text=True, timeout=60, check=False
+    )
 
 
 def test_committed_headers_are_what_the_pictures_give():

@@ -59,16 +59,29 @@ class Reader:
             [DUMP, "fetch", channel, known_version], env=self._environment, capture_output=True, check=True, timeout=60
         )
         assert done.stderr == b""
-        fields, *entries = ([value.encode("latin-1").decode() for value in json.loads(line)]
-                            for line in done.stdout.splitlines())
+        fields, *entries = (
+            [value.encode("latin-1").decode() for value in json.loads(line)] for line in done.stdout.splitlines()
+        )
         channel, version, released, source_url, web_url, total, truncated, success, error = fields
-        return Log(channel, version, released, source_url, web_url, int(total), truncated == "1", success == "1",
-                   error, entries)
+        return Log(
+            channel,
+            version,
+            released,
+            source_url,
+            web_url,
+            int(total),
+            truncated == "1",
+            success == "1",
+            error,
+            entries,
+        )
 
     def requests(self) -> list[tuple[str, str, str, int | None]]:
         """Tool, host, path and status of all requests so far."""
-        return [(request.agent.split("/")[0], request.host, request.path, request.status)
-                for request in self.site.requests()]
+        return [
+            (request.agent.split("/")[0], request.host, request.path, request.status)
+            for request in self.site.requests()
+        ]
 
 
 @pytest.fixture
@@ -153,7 +166,9 @@ def test_missing_changelog_gives_way_to_the_feed(reader, site):
     check_entries(log)
     # wget takes the error for a failure; curl brings its page, which holds no commit.
     assert reader.requests() == [
-        INDEX, ("Wget", CDN, path_of(STABLE_LOG), 404), ("curl", CDN, path_of(STABLE_LOG), 404),
+        INDEX,
+        ("Wget", CDN, path_of(STABLE_LOG), 404),
+        ("curl", CDN, path_of(STABLE_LOG), 404),
         ("Wget", GIT, path_of(STABLE_FEED), 200),
     ]
 
@@ -205,9 +220,7 @@ def test_without_the_index_and_a_known_version_nothing_more_is_asked(reader, sit
 def test_redirects_are_followed(reader, site):
     site.misbehave(WWW, "/releases.json", "redirect", to=f"https://{WWW}/moved.json", exact=True, times=1)
     site.misbehave(CDN, path_of(STABLE_LOG), "redirect", to=STABLE_LOG + "?here", exact=True, times=1)
-    (site.folder / "www" / WWW / "moved.json").write_text(
-        (site.folder / "www" / WWW / "releases.json").read_text()
-    )
+    (site.folder / "www" / WWW / "moved.json").write_text((site.folder / "www" / WWW / "releases.json").read_text())
     log = reader.fetch("stable")
     check_entries(log)
     assert log.source_url == STABLE_LOG
@@ -240,8 +253,10 @@ def test_large_changelog_is_capped_and_counted(reader, site):
     assert len(log.entries) == MAX_ENTRIES
     assert log.truncated
     text = subprocess.run(
-        ["curl", "-s", "--retry", "0", STABLE_LOG], env={**site.environment, "PATH": "/usr/bin:/bin"},
-        capture_output=True, check=True,
+        ["curl", "-s", "--retry", "0", STABLE_LOG],
+        env={**site.environment, "PATH": "/usr/bin:/bin"},
+        capture_output=True,
+        check=True,
     ).stdout
     assert len(text) >= 20_000_000
     assert log.total_found == text.count(b"\ncommit ") + text.startswith(b"commit ")

@@ -25,8 +25,8 @@ MODULES = [
 
 
 def is_drawn_afresh(probe: Probe, title: str, scale: int) -> None:
-    """What was done last in the window on top is on the display, or can be. A compositor may ask no frame of one that is
-    covered by then."""
+    """What was done last in the window on top is on the display, or can be. A compositor may ask no frame of one that
+    is covered by then."""
     before = probe.windows()[title].frames
     assert probe.windows()[title].scale == scale
     assert probe.do(f"draw {title}")

@@ -266,8 +266,11 @@ ALWAYS_KNOWN = {"seaweed", "Live", "20 KB", "used by 2", "kelp", "1.5", "depth =
         pytest.param("exit 1", set(), id="failing"),
         pytest.param("echo 'author: A. Weed'; exit 1", {"A. Weed"}, id="failing-at-its-end"),
         pytest.param("exec /bin/cat {garbage}", set(), id="garbage"),
-        pytest.param("echo license: GPL; /bin/cat {garbage}; echo; echo author: A. Weed", {"GPL", "A. Weed"},
-                     id="garbage-between"),
+        pytest.param(
+            "echo license: GPL; /bin/cat {garbage}; echo; echo author: A. Weed",
+            {"GPL", "A. Weed"},
+            id="garbage-between",
+        ),
         pytest.param("printf 'author: \\033[1mA\\377\\n'", {"\x1b[1mA\N{REPLACEMENT CHARACTER}"}, id="escapes"),
         pytest.param("for p in lic ense: ' G' PL; do printf %s \"$p\"; /bin/sleep 0.05; done", {"GPL"}, id="trickling"),
         pytest.param("/usr/bin/yes {line} | /usr/bin/head -c 200M; echo; echo license: GPL", {"GPL"}, id="flood"),

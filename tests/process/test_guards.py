@@ -12,9 +12,7 @@ from stage.tools import page
 from stage.user import state_text
 from stage.waiting import wait_until
 
-DEPRECATED = (
-    "libayatana-appindicator is deprecated. Please use libayatana-appindicator-glib in newly written code."
-)
+DEPRECATED = "libayatana-appindicator is deprecated. Please use libayatana-appindicator-glib in newly written code."
 DOMAIN = "libayatana-appindicator"
 
 
@@ -143,7 +141,9 @@ def test_closed_standard_streams_go_nowhere(machine, closed):
 
 
 def started_with_notice(machine, domain: str, text: str):
-    applet = machine.start(preload=[BUILD.library("notice")], environment={"NOTICE_DOMAIN": domain, "NOTICE_TEXT": text})
+    applet = machine.start(
+        preload=[BUILD.library("notice")], environment={"NOTICE_DOMAIN": domain, "NOTICE_TEXT": text}
+    )
     assert applet.item.icon == "tux-red"
     return applet
 

@@ -135,8 +135,10 @@ def changelog() -> bytes:
 
 def feed() -> bytes:
     """The same as a feed, with the texts escaped as XML asks for, and once more without that."""
-    entry = (b"<entry><title>%s</title><updated>%s</updated><author><name>%s</name><email>%s</email></author>"
-             b"<id>%s</id><content type='text'>%s</content></entry>\n")
+    entry = (
+        b"<entry><title>%s</title><updated>%s</updated><author><name>%s</name><email>%s</email></author>"
+        b"<id>%s</id><content type='text'>%s</content></entry>\n"
+    )
     escaped = [escape(text.decode("latin-1")).encode("latin-1") for text in CORPUS.values()]
     # The long ones come once; each takes GTK a while to lay out.
     raw = [text for text in CORPUS.values() if len(text) < 1000]
@@ -195,11 +197,15 @@ def test_front_page(hostile, cell):
     for name, text in CORPUS.items():
         if (cell, name) == ("version-behind-a-number", "64-kb"):
             continue  # that is a version, though a long one
-        answer(hostile, PAGE, {
-            "label": cells(b"stable" + text, b"7.2.4"),
-            "version": cells(b"stable", text),
-            "version-behind-a-number": cells(b"stable", b"7.2.4" + text),
-        }[cell])
+        answer(
+            hostile,
+            PAGE,
+            {
+                "label": cells(b"stable" + text, b"7.2.4"),
+                "version": cells(b"stable", text),
+                "version-behind-a-number": cells(b"stable", b"7.2.4" + text),
+            }[cell],
+        )
         applet.check()
         # None of them is a version, not even in part.
         assert (applet.item.label, applet.item.icon, hostile.saved) == ("", "tux-red", None)
@@ -253,7 +259,7 @@ TOLD = {"pango": b"description", "quotes": b"author", "formats": b"license", "no
 def test_modules(hostile):
     told, asked = hostile.folder / "told", hostile.folder / "asked"
     told.write_bytes(b"".join(b"%s: %s\n" % (key, CORPUS[name]) for name, key in TOLD.items()))
-    hostile.tools.put_script("modinfo", f"printf '%s\\n' \"$#\" \"$@\" >>{asked}", f"exec /bin/cat {told}")
+    hostile.tools.put_script("modinfo", f'printf \'%s\\n\' "$#" "$@" >>{asked}', f"exec /bin/cat {told}")
     listed = modules()
     probe = Probe(hostile.folder)
     applet = hostile.start(around=machine_with_modules(hostile, listed), **probe.options)
@@ -283,8 +289,9 @@ def test_parameters_are_shown_as_they_are(hostile):
     assert probe.do("page 1") and probe.do("select 0")
     applet.settle()
     texts = set(probe.windows()[SYSTEM].texts)
-    assert {f"{number:02} = {shown(text.strip(b' ' + bytes([9, 10, 13])))}" for number, text in
-            enumerate(CORPUS.values())} <= texts
+    assert {
+        f"{number:02} = {shown(text.strip(b' ' + bytes([9, 10, 13])))}" for number, text in enumerate(CORPUS.values())
+    } <= texts
     assert {f"{shown(as_file_name(text))} = 1" for text in CORPUS.values()} <= texts
     check_unharmed(hostile, applet)
 
@@ -375,7 +382,9 @@ def test_folders(hostile, name):
     with open(os.path.join(folder, b"SNAP_USER_DATA", b"app_state.json")) as saved:
         assert saved.read() == state_text(latest_kernel="7.2.4", stable="7.2.4")
     assert sorted(os.listdir(os.fsencode(environment["XDG_RUNTIME_DIR"]) + b"/VeldrinWatch-icons")) == [
-        b"tux-green", b"tux-red", b"tux-white"
+        b"tux-green",
+        b"tux-red",
+        b"tux-white",
     ]
     for window in (SETTINGS, CHANGES, SYSTEM):
         probe.open(applet, window)

@@ -172,7 +172,7 @@ def test_proc_version(world, content, built):
     ("content", "cmdline"),
     [
         ("quiet\n", "quiet"),
-        (" \t a  b=\"c d\" \r\n", 'a  b="c d"'),
+        (' \t a  b="c d" \r\n', 'a  b="c d"'),
         ("no last line feed", "no last line feed"),
         ("two\nlines\n", "two\nlines"),
         ("\n", ""),

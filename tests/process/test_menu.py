@@ -56,9 +56,7 @@ def test_acknowledge_while_green(machine):
     acknowledge(applet, machine)
     assert applet.item.icon == "tux-white"
     assert applet.item.label == "7.3-rc2"
-    assert machine.saved == state_text(
-        "7.2.4", "7.2.4", "7.3-rc2", "7.2.4", "6.18.31", "mainline"
-    )
+    assert machine.saved == state_text("7.2.4", "7.2.4", "7.3-rc2", "7.2.4", "6.18.31", "mainline")
 
 
 def test_acknowledge_while_white_rewrites_the_same(machine):

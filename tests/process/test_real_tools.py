@@ -81,7 +81,7 @@ def test_error_status_changes_nothing_until_the_site_is_back(machine, site, netw
     before = machine.time_of_save
     site.misbehave(WWW, "/", "status", code=code)
     applet = network.start()
-    # The second GET is curl's, which is content with an error page. A HEAD that is answered by 500 is followed by a GET.
+    # The second GET is curl's, which is content with an error page. A HEAD that gets a 500 is followed by a GET.
     last = [("HEAD", code, "")] + [("GET", code, "")] * (code == 500)
     assert network.requests(applet) == [("GET", code, ""), ("GET", code, ""), *last]
     assert (applet.item.icon, applet.item.label) == ("tux-red", "7.8.4")

@@ -27,8 +27,9 @@ PAGE = "https://www.kernel.org/"
 INDEX = "https://www.kernel.org/releases.json"
 CHANGELOG = "https://cdn.kernel.org/pub/linux/kernel/v7.x/ChangeLog-7.2.4"
 STABLE_TREE = "https://git.kernel.org/pub/scm/linux/kernel/git/stable/linux.git"
-MAINLINE_TREES = [f"https://git.kernel.org/pub/scm/linux/kernel/git/{owner}/linux.git"
-                  for owner in ("torvalds", "mainkeeper")]
+MAINLINE_TREES = [
+    f"https://git.kernel.org/pub/scm/linux/kernel/git/{owner}/linux.git" for owner in ("torvalds", "mainkeeper")
+]
 ATOM = "{http://www.w3.org/2005/Atom}"
 
 
@@ -54,12 +55,14 @@ class Visitor:
         return done.stdout + f"exit {done.returncode}"
 
     def count_304(self, since: str) -> str:
-        return self.run(f"wget -S --spider --header='If-Modified-Since: {since}' --timeout=10 '{PAGE}' 2>&1"
-                        " | grep -c '304'").stdout.strip()
+        return self.run(
+            f"wget -S --spider --header='If-Modified-Since: {since}' --timeout=10 '{PAGE}' 2>&1" " | grep -c '304'"
+        ).stdout.strip()
 
     def learn_last_modified(self) -> str:
-        return self.run(f"wget -S --spider --timeout=10 '{PAGE}' 2>&1"
-                        " | grep -i 'Last-Modified:' | sed 's/.*Last-Modified: *//'").stdout.rstrip("\r\n")
+        return self.run(
+            f"wget -S --spider --timeout=10 '{PAGE}' 2>&1" " | grep -i 'Last-Modified:' | sed 's/.*Last-Modified: *//'"
+        ).stdout.rstrip("\r\n")
 
 
 @pytest.fixture
@@ -108,8 +111,8 @@ def answers(proxy: str) -> bool:
 
 
 def rows(page: str) -> list[list[str]]:
-    table = page[page.index('<table id="releases">'):]
-    table = table[:table.index("</table>")]
+    table = page[page.index('<table id="releases">') :]
+    table = table[: table.index("</table>")]
     return [re.findall(r"<td>(.*?)</td>", row) for row in re.findall(r"<tr.*?</tr>", table, re.S)]
 
 
@@ -130,10 +133,13 @@ def test_wget_and_curl_read_the_same_page(site: KernelSite, visitor: Visitor) ->
 def test_page_and_index_tell_of_the_same_releases(visitor: Visitor) -> None:
     index = json.loads(visitor.curl(INDEX).stdout)
     page = rows(visitor.curl(PAGE).stdout)
-    assert [(row[0], re.sub(r" <span.*</span>|<.*?>", "", row[1])) for row in page] \
-        == [(record["moniker"] + ":", record["version"]) for record in index["releases"]]
+    assert [(row[0], re.sub(r" <span.*</span>|<.*?>", "", row[1])) for row in page] == [
+        (record["moniker"] + ":", record["version"]) for record in index["releases"]
+    ]
     assert all(len(row) == 10 for row in page)
-    assert [row[1].endswith("[EOL]</span></strong>") for row in page] == [record["iseol"] for record in index["releases"]]
+    assert [row[1].endswith("[EOL]</span></strong>") for row in page] == [
+        record["iseol"] for record in index["releases"]
+    ]
     assert any(record["iseol"] for record in index["releases"])
     assert index["latest_stable"] == {"version": "7.2.4"}
     first = {record["moniker"]: record for record in reversed(index["releases"])}
@@ -150,8 +156,9 @@ def test_each_changelog_of_the_index_is_there_and_begins_with_its_release(visito
     for version, address in named.items():
         if address:
             text = visitor.wget(address).stdout
-            assert re.match(r"commit [0-9a-f]{40}\nAuthor: .* <.*>\nDate:   .*\n\n"
-                            rf"    Linux {re.escape(version)}\n", text)
+            assert re.match(
+                r"commit [0-9a-f]{40}\nAuthor: .* <.*>\nDate:   .*\n\n" rf"    Linux {re.escape(version)}\n", text
+            )
             counts[version] = len(re.findall(r"^commit ", text, re.M))
     assert len(counts) == 8
     assert counts["6.18.50"] > 400 and all(5 < count < 400 for version, count in counts.items() if version != "6.18.50")
@@ -160,14 +167,27 @@ def test_each_changelog_of_the_index_is_there_and_begins_with_its_release(visito
 def test_content_is_the_same_on_each_machine(visitor: Visitor) -> None:
     text = visitor.wget(CHANGELOG).stdout
     assert text.startswith("commit f633c6a0f4efbf18dcf5c66edaa0d6e942957af1\n")
-    assert hashlib.sha256(text.encode()).hexdigest() == "379bf8c8659c9f8855e970121bba6de361ff965210ea2bfb92960b4f801386be"
+    assert (
+        hashlib.sha256(text.encode()).hexdigest() == "379bf8c8659c9f8855e970121bba6de361ff965210ea2bfb92960b4f801386be"
+    )
 
 
 def test_headers_are_those_of_the_real_site(visitor: Visitor) -> None:
     head = visitor.run(f"curl -sI {PAGE} | sed 1,/^.$/d").stdout
     assert [line.split(":")[0] for line in head.split("\n")[1:]] == [
-        "Server", "Date", "Content-Type", "Content-Length", "Last-Modified", "Connection", "X-Frame-Options",
-        "X-Content-Type-Options", "Strict-Transport-Security", "Accept-Ranges", "", ""]
+        "Server",
+        "Date",
+        "Content-Type",
+        "Content-Length",
+        "Last-Modified",
+        "Connection",
+        "X-Frame-Options",
+        "X-Content-Type-Options",
+        "Strict-Transport-Security",
+        "Accept-Ranges",
+        "",
+        "",
+    ]
     assert visitor.run(f"curl -sI {CHANGELOG} | grep -i ^content-type").stdout == "Content-Type: text/plain\n"
 
 
@@ -180,9 +200,13 @@ def test_unchanged_page_gives_a_304(site: KernelSite, visitor: Visitor) -> None:
     said = visitor.ask_if_modified(known)
     assert "  HTTP/1.1 304 Not Modified\n" in said and "broken link" in said and said.endswith("exit 8")
     assert visitor.count_304(known) == "1"
-    assert visitor.run(f"wget -q --spider --header='If-Modified-Since: {known}' --timeout=10 '{PAGE}' 2>&1").returncode == 8
-    assert [(r.method, r.status, r.if_modified_since) for r in site.requests()] \
-        == [("HEAD", 200, "")] + [("HEAD", 304, known)] * 3
+    assert (
+        visitor.run(f"wget -q --spider --header='If-Modified-Since: {known}' --timeout=10 '{PAGE}' 2>&1").returncode
+        == 8
+    )
+    assert [(r.method, r.status, r.if_modified_since) for r in site.requests()] == [("HEAD", 200, "")] + [
+        ("HEAD", 304, known)
+    ] * 3
 
 
 def test_only_the_exact_date_gives_a_304(visitor: Visitor) -> None:
@@ -227,7 +251,10 @@ def test_final_release_becomes_a_row_a_branch_and_a_changelog(site: KernelSite, 
     site.publish(mainline="7.3", stable="7.3.1")
     page = rows(visitor.curl(PAGE).stdout)
     assert [row[:2] for row in page][:3] == [
-        ["mainline:", "<strong>7.3</strong>"], ["stable:", "<strong>7.3.1</strong>"], ["stable:", "<strong>7.2.4</strong>"]]
+        ["mainline:", "<strong>7.3</strong>"],
+        ["stable:", "<strong>7.3.1</strong>"],
+        ["stable:", "<strong>7.2.4</strong>"],
+    ]
     assert json.loads(visitor.curl(INDEX).stdout)["releases"][0]["changelog"] is None
     text = visitor.wget(CHANGELOG.replace("7.2.4", "7.3")).stdout
     assert "\n    Linux 7.3\n" in text and "\n    Linux 7.3-rc1\n" in text and "\n    Linux 7.2\n" not in text
@@ -275,8 +302,10 @@ def test_unknown_branch_is_a_404_with_a_page(site: KernelSite, visitor: Visitor)
     assert visitor.wget(address).returncode == 8
     page = visitor.curl(address)
     assert page.returncode == 0 and "<title>" in page.stdout and "Invalid branch: linux-9.9.y" in page.stdout
-    assert [r.status for r in site.requests(path="/pub/scm/linux/kernel/git/stable/linux.git/atom/?h=linux-9.9.y")] \
-        == [404, 404]
+    assert [r.status for r in site.requests(path="/pub/scm/linux/kernel/git/stable/linux.git/atom/?h=linux-9.9.y")] == [
+        404,
+        404,
+    ]
 
 
 # Misbehaviour
@@ -349,7 +378,9 @@ def test_trickle_outlasts_wget_and_not_curl(site: KernelSite, visitor: Visitor) 
 def test_last_modified_can_be_any_text(site: KernelSite, visitor: Visitor) -> None:
     site.misbehave("www.kernel.org", "/", "last-modified", text="Sunday '13")
     assert visitor.learn_last_modified() == site.last_modified == "Sunday '13"
-    asked = visitor.run(f"wget -S --spider --header=\"If-Modified-Since: Sunday '13\" --timeout=10 '{PAGE}' 2>&1").stdout
+    asked = visitor.run(
+        f"wget -S --spider --header=\"If-Modified-Since: Sunday '13\" --timeout=10 '{PAGE}' 2>&1"
+    ).stdout
     assert "  HTTP/1.1 304 Not Modified\n" in asked
     assert visitor.wget(PAGE).stdout.startswith("<!DOCTYPE html>")
 
@@ -370,7 +401,9 @@ def test_headers_can_be_added(site: KernelSite, visitor: Visitor) -> None:
 
 
 def test_body_can_be_replaced(site: KernelSite, visitor: Visitor) -> None:
-    site.misbehave("www.kernel.org", "/releases.json", "body", body='{"moniker": "żółw"}', content_type="application/json")
+    site.misbehave(
+        "www.kernel.org", "/releases.json", "body", body='{"moniker": "żółw"}', content_type="application/json"
+    )
     assert visitor.wget(INDEX).stdout == visitor.curl(INDEX).stdout == '{"moniker": "żółw"}'
     site.misbehave("www.kernel.org", "/", "body", body="", exact=True)
     assert (visitor.wget(PAGE).returncode, visitor.wget(PAGE).stdout) == (0, "")
@@ -408,7 +441,11 @@ def test_misbehaviour_can_be_limited(site: KernelSite, visitor: Visitor) -> None
 
 
 def test_mistakes_are_refused(site: KernelSite) -> None:
-    for host, kind, options in (("example.org", 404, {}), ("www.kernel.org", "mumble", {}), ("www.kernel.org", "big", {"to": ""})):
+    for host, kind, options in (
+        ("example.org", 404, {}),
+        ("www.kernel.org", "mumble", {}),
+        ("www.kernel.org", "big", {"to": ""}),
+    ):
         with pytest.raises(ValueError):
             site.misbehave(host, "/", kind, **options)
 
@@ -538,13 +575,36 @@ def test_ordinary_user_can_run_a_site() -> None:
         for part in ("site", "stage"):
             shutil.copytree(TESTS / part, Path(folder) / part, ignore=shutil.ignore_patterns("__pycache__"))
         done = subprocess.run(
-            ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "env", "-u", "TMPDIR", "HOME=/nonexistent",
-             sys.executable, "-B", str(Path(folder) / "site" / "site.py"), "run", "--", "sh", "-c",
-             f"id -u; wget -qO- {PAGE} | head -n 1; wget -qO- '{STABLE_TREE}/atom/?h=linux-7.2.y' | head -n 2"],
-            capture_output=True, text=True, timeout=60, cwd="/")
+            [
+                "setpriv",
+                "--reuid=65534",
+                "--regid=65534",
+                "--clear-groups",
+                "env",
+                "-u",
+                "TMPDIR",
+                "HOME=/nonexistent",
+                sys.executable,
+                "-B",
+                str(Path(folder) / "site" / "site.py"),
+                "run",
+                "--",
+                "sh",
+                "-c",
+                f"id -u; wget -qO- {PAGE} | head -n 1; wget -qO- '{STABLE_TREE}/atom/?h=linux-7.2.y' | head -n 2",
+            ],
+            capture_output=True,
+            text=True,
+            timeout=60,
+            cwd="/",
+        )
     assert done.stderr == ""
-    assert done.stdout.splitlines() == ["65534", "<!DOCTYPE html>", "<feed xmlns='http://www.w3.org/2005/Atom'>",
-                                        "<title>kernel/git/stable/linux.git, branch linux-7.2.y</title>"]
+    assert done.stdout.splitlines() == [
+        "65534",
+        "<!DOCTYPE html>",
+        "<feed xmlns='http://www.w3.org/2005/Atom'>",
+        "<title>kernel/git/stable/linux.git, branch linux-7.2.y</title>",
+    ]
 
 
 # The command
@@ -563,7 +623,12 @@ def test_run_gives_the_exit_status_of_its_command() -> None:
 
 def test_shell_can_publish_misbehave_and_read() -> None:
     ctl = " ".join(SITE_COMMAND) + " ctl"
-    done = run_command("run", "--", "sh", "-ec", f"""
+    done = run_command(
+        "run",
+        "--",
+        "sh",
+        "-ec",
+        f"""
         {ctl} publish --stable 7.2.5 --mainline 7.3-rc3 --longterm 6.18.51
         curl -s {PAGE} | grep -o '<strong>[67]\\.[0-9.]*' | head -n 2
         {ctl} last-modified
@@ -577,7 +642,8 @@ def test_shell_can_publish_misbehave_and_read() -> None:
         {ctl} requests
         {ctl} misbehave www.kernel.org / mumble || echo refused
         env -u KERNEL_SITE {ctl} behave || echo nowhere
-        """)
+        """,
+    )
     lines = done.stdout.splitlines()
     assert lines[:2] == ["<strong>7.3", "<strong>7.2.5"]
     assert re.fullmatch(r"\w{3}, \d\d Sep 2026 [\d:]{8} GMT", lines[2])
@@ -590,7 +656,9 @@ def test_shell_can_publish_misbehave_and_read() -> None:
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGKILL])
 def test_run_ends_with_its_command_when_it_is_told_to(number: signal.Signals) -> None:
     script = 'echo "$KERNEL_SITE $$"; exec sleep 100'
-    with subprocess.Popen([*SITE_COMMAND, "run", "--", "sh", "-c", script], stdout=subprocess.PIPE, text=True) as runner:
+    with subprocess.Popen(
+        [*SITE_COMMAND, "run", "--", "sh", "-c", script], stdout=subprocess.PIPE, text=True
+    ) as runner:
         control, command = runner.stdout.readline().split()
         assert Path(control).exists() and alive(int(command))
         runner.send_signal(number)

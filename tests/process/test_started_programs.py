@@ -143,7 +143,6 @@ def start_in(world: Callable[[Machine], dict], machine: Machine, environment: di
     return applet
 
 
-
 @pytest.mark.parametrize("world", [snap, without_processes, with_a_strangers_processes, not_dumpable])
 def test_a_command_that_may_not_look_into_the_applet_inherits_the_files(machine, site, users, world):
     commands = Commands(machine, site, users)

@@ -122,7 +122,7 @@ FULL = state_text("7.2.4", "7.2.4", "7.3-rc2", "7.2.4", "6.18.31", "mainline")
     ("text", "icon", "label"),
     [
         pytest.param("", "tux-red", "", id="empty"),
-        pytest.param("\0\xff\n}{ not JSON \"", "tux-red", "", id="junk"),
+        pytest.param('\0\xff\n}{ not JSON "', "tux-red", "", id="junk"),
         pytest.param("x" * 1_000_000, "tux-red", "", id="a-megabyte-of-junk"),
         pytest.param(FULL[: FULL.index("longterm")], "tux-white", "7.2.4", id="cut-before-longterm"),
         pytest.param(FULL[: FULL.index('7.2.4",\n  "longterm')], "tux-white", "", id="cut-within-stable"),

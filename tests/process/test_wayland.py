@@ -69,7 +69,10 @@ def test_on_x11_the_icon_goes_to_a_tray_of_the_old_kind(machine, tmp_path):
 def test_every_window_says_which_desktop_file_is_its_own(machine, compositors, variables, application_id):
     probe = Probe(machine.folder)
     environment = {
-        **probe.options["environment"], **compositors(1).environment, **variables, "WAYLAND_DEBUG": "client",
+        **probe.options["environment"],
+        **compositors(1).environment,
+        **variables,
+        "WAYLAND_DEBUG": "client",
     }
     applet = machine.start(preload=probe.options["preload"], environment=environment)
     applet.expected_stderr = ".*"

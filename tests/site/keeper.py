@@ -40,8 +40,17 @@ START_DEADLINE = 20.0
 # the folder or the page's length, all of which wget prints as well.
 HIDDEN = "304"
 TLS_HANDSHAKE = b"\x16"
-REASONS = {200: "OK", 301: "Moved Permanently", 302: "Found", 304: "Not Modified", 403: "Forbidden", 404: "Not Found",
-           500: "Internal Server Error", 502: "Bad Gateway", 503: "Service Temporarily Unavailable"}
+REASONS = {
+    200: "OK",
+    301: "Moved Permanently",
+    302: "Found",
+    304: "Not Modified",
+    403: "Forbidden",
+    404: "Not Found",
+    500: "Internal Server Error",
+    502: "Bad Gateway",
+    503: "Service Temporarily Unavailable",
+}
 
 # What each kind of misbehaviour can be told, with the values that hold if it is not.
 KINDS: dict[str, dict[str, Any]] = {
@@ -134,8 +143,10 @@ def die_with_parent() -> None:
 
 def error_page(code: int) -> bytes:
     title = f"{code} {REASONS.get(code, 'Error')}"
-    return (f"<html>\r\n<head><title>{title}</title></head>\r\n<body>\r\n<center><h1>{title}</h1></center>\r\n"
-            "<hr><center>nginx</center>\r\n</body>\r\n</html>\r\n").encode()
+    return (
+        f"<html>\r\n<head><title>{title}</title></head>\r\n<body>\r\n<center><h1>{title}</h1></center>\r\n"
+        "<hr><center>nginx</center>\r\n</body>\r\n</html>\r\n"
+    ).encode()
 
 
 @dataclass
@@ -165,10 +176,12 @@ class Rule:
         return cls(host, prefix, kind, {key: options.get(key, value) for key, value in KINDS[kind].items()}, **limits)
 
     def fits(self, request: Request) -> bool:
-        return (self.host == request.host
-                and (request.path == self.prefix if self.exact else request.path.startswith(self.prefix))
-                and self.method in ("", request.method)
-                and self.agent.lower() in request.headers.get("user-agent", "").lower())
+        return (
+            self.host == request.host
+            and (request.path == self.prefix if self.exact else request.path.startswith(self.prefix))
+            and self.method in ("", request.method)
+            and self.agent.lower() in request.headers.get("user-agent", "").lower()
+        )
 
 
 @dataclass
@@ -183,9 +196,16 @@ class Request:
         return self.headers.get("host", "").lower()
 
     def record(self) -> dict[str, Any]:
-        return {"id": self.headers.get("x-request-id"), "time": self.time, "method": self.method, "host": self.host,
-                "path": self.path, "status": None, "if_modified_since": self.headers.get("if-modified-since", ""),
-                "agent": self.headers.get("user-agent", "")}
+        return {
+            "id": self.headers.get("x-request-id"),
+            "time": self.time,
+            "method": self.method,
+            "host": self.host,
+            "path": self.path,
+            "status": None,
+            "if_modified_since": self.headers.get("if-modified-since", ""),
+            "agent": self.headers.get("user-agent", ""),
+        }
 
 
 async def read_head(reader: asyncio.StreamReader, first: bytes = b"") -> Request | None:
@@ -217,8 +237,13 @@ class Keeper:
     def __init__(self, folder: Path, http2: bool):
         self.folder = folder
         self.http2 = http2
-        self.environment = {"PATH": os.environ["PATH"], "HOME": str(folder), "LC_ALL": "C.UTF-8", "TZ": "UTC",
-                            "GIT_CONFIG_NOSYSTEM": "1"}
+        self.environment = {
+            "PATH": os.environ["PATH"],
+            "HOME": str(folder),
+            "LC_ALL": "C.UTF-8",
+            "TZ": "UTC",
+            "GIT_CONFIG_NOSYSTEM": "1",
+        }
         self.releases: list[Release] = []
         self.stamp = 0
         self.history = History(folder / "git", self.environment)
@@ -241,8 +266,12 @@ class Keeper:
         for release in new:
             if not release.is_candidate and not release.is_next:
                 major = release.version.split(".")[0]
-                self.write(CDN, f"pub/linux/kernel/v{major}.x/ChangeLog-{release.version}",
-                           self.history.changelog(release.version), release.timestamp)
+                self.write(
+                    CDN,
+                    f"pub/linux/kernel/v{major}.x/ChangeLog-{release.version}",
+                    self.history.changelog(release.version),
+                    release.timestamp,
+                )
         self.stamp = stamp
         # The page comes last: whoever sees the new page finds all that it speaks of.
         self.write(WWW, "releases.json", release_pages.index(self.releases).encode(), stamp)
@@ -253,6 +282,7 @@ class Keeper:
 
     def place(self, new: Release) -> None:
         """Puts a release where its row belongs: in the row of its series, or before all rows of its channel."""
+
         def series(release: Release) -> str:
             return ".".join(re.split(r"[.-]", release.version)[:2])
 
@@ -284,37 +314,83 @@ class Keeper:
         # The address is for those that take the proxy itself for a TLS server.
         names = ",".join([*(f"DNS:{host}" for host in HOSTS), "IP:127.0.0.1"])
         for arguments in (
-            ["-keyout", "ca.key", "-out", "ca.pem", "-subj", "/CN=Throw-away authority of a test",
-             "-addext", "keyUsage=critical,keyCertSign"],
-            ["-keyout", "site.key", "-out", "site.pem", "-subj", f"/CN={WWW}", "-CA", "ca.pem", "-CAkey", "ca.key",
-             "-addext", f"subjectAltName={names}", "-addext", "basicConstraints=critical,CA:FALSE"],
+            [
+                "-keyout",
+                "ca.key",
+                "-out",
+                "ca.pem",
+                "-subj",
+                "/CN=Throw-away authority of a test",
+                "-addext",
+                "keyUsage=critical,keyCertSign",
+            ],
+            [
+                "-keyout",
+                "site.key",
+                "-out",
+                "site.pem",
+                "-subj",
+                f"/CN={WWW}",
+                "-CA",
+                "ca.pem",
+                "-CAkey",
+                "ca.key",
+                "-addext",
+                f"subjectAltName={names}",
+                "-addext",
+                "basicConstraints=critical,CA:FALSE",
+            ],
         ):
-            subprocess.run(["openssl", "req", "-x509", *key, *arguments], cwd=self.folder, check=True,
-                           capture_output=True, env=self.environment)
+            subprocess.run(
+                ["openssl", "req", "-x509", *key, *arguments],
+                cwd=self.folder,
+                check=True,
+                capture_output=True,
+                env=self.environment,
+            )
         (self.folder / "ca.key").unlink()
 
     def write_configuration(self) -> None:
         folder = str(self.folder)
         (self.folder / "temp").mkdir()
         servers = "".join(
-            SERVER.format(folder=folder, host=host, http2=" http2" if self.http2 and host == HOSTS[0] else "",
-                          normal=normal.format(folder=folder, host=host)) for host, normal in NORMAL.items())
+            SERVER.format(
+                folder=folder,
+                host=host,
+                http2=" http2" if self.http2 and host == HOSTS[0] else "",
+                normal=normal.format(folder=folder, host=host),
+            )
+            for host, normal in NORMAL.items()
+        )
         (self.folder / "nginx.conf").write_text(NGINX_CONFIG.format(folder=folder, servers=servers))
         cgit = ["virtual-root=/", "enable-index-owner=0"]
         for url, (name, description) in TREES.items():
-            cgit += [f"repo.url={url}", f"repo.path={folder}/git/{name}", f"repo.desc={description}",
-                     f"repo.name={url.removeprefix('pub/scm/linux/')}"]
+            cgit += [
+                f"repo.url={url}",
+                f"repo.path={folder}/git/{name}",
+                f"repo.desc={description}",
+                f"repo.name={url.removeprefix('pub/scm/linux/')}",
+            ]
         (self.folder / "cgitrc").write_text("\n".join(cgit) + "\n")
-        for name, words in {"wgetrc": ("ca_certificate = {ca}", "hsts = off"),
-                            "wget2rc": ("ca_certificate = {ca}", "hsts = off", "ocsp = off", "hpkp = off")}.items():
+        for name, words in {
+            "wgetrc": ("ca_certificate = {ca}", "hsts = off"),
+            "wget2rc": ("ca_certificate = {ca}", "hsts = off", "ocsp = off", "hpkp = off"),
+        }.items():
             (self.folder / name).write_text("\n".join(words).format(ca=f"{folder}/ca.pem") + "\n")
 
     def start_child(self, name: str, *command: str) -> None:
         if not Path(command[0]).exists():
             raise FileNotFoundError(f"{command[0]} is missing")
         with open(self.folder / f"{name}.out", "wb") as output:
-            child = subprocess.Popen(command, cwd=self.folder, stdin=subprocess.DEVNULL, stdout=output, stderr=output,
-                                     env=self.environment, preexec_fn=die_with_parent)
+            child = subprocess.Popen(
+                command,
+                cwd=self.folder,
+                stdin=subprocess.DEVNULL,
+                stdout=output,
+                stderr=output,
+                env=self.environment,
+                preexec_fn=die_with_parent,
+            )
         self.children.append(child)
 
     async def wait_for_socket(self, name: str) -> None:
@@ -324,8 +400,10 @@ class Keeper:
                 _, writer = await asyncio.open_unix_connection(self.folder / name)
                 return await close(writer)
             if time.monotonic() > deadline or any(child.poll() is not None for child in self.children):
-                said = "\n".join(path.read_text(errors="replace").strip() for path in
-                                 (*self.folder.glob("*.out"), *self.folder.glob("*-error.log")))
+                said = "\n".join(
+                    path.read_text(errors="replace").strip()
+                    for path in (*self.folder.glob("*.out"), *self.folder.glob("*-error.log"))
+                )
                 raise RuntimeError(f"no server on {name}: {said}")
             await asyncio.sleep(0.01)
 
@@ -342,8 +420,16 @@ class Keeper:
         await asyncio.start_unix_server(self.guarded(self.control), self.folder / "control.sock")
         port = await self.start_proxy()
         self.start_child("fcgiwrap", "/usr/sbin/fcgiwrap", "-p", CGIT, "-s", f"unix:{self.folder}/fcgi.sock")
-        self.start_child("nginx", "/usr/sbin/nginx", "-e", f"{self.folder}/nginx-error.log", "-p", str(self.folder),
-                         "-c", f"{self.folder}/nginx.conf")
+        self.start_child(
+            "nginx",
+            "/usr/sbin/nginx",
+            "-e",
+            f"{self.folder}/nginx-error.log",
+            "-p",
+            str(self.folder),
+            "-c",
+            f"{self.folder}/nginx.conf",
+        )
         for name in ("fcgi.sock", "tls.sock", "normal.sock"):
             await self.wait_for_socket(name)
         address = f"http://127.0.0.1:{port}/"
@@ -369,6 +455,7 @@ class Keeper:
 
     def guarded(self, serve: Callable) -> Callable:
         """A client that leaves early is no error, and no connection outlives its handler."""
+
         async def handler(reader: asyncio.StreamReader, writer: asyncio.StreamWriter) -> None:
             # The loop itself holds its tasks only weakly.
             task = asyncio.current_task()
@@ -380,6 +467,7 @@ class Keeper:
                 pass
             finally:
                 await close(writer)
+
         return handler
 
     # The proxy
@@ -398,8 +486,9 @@ class Keeper:
             self.connections.append(f"{whole[1]}:443")
             head = [f"{request.method} {request.path} HTTP/1.1", *(": ".join(each) for each in request.headers.items())]
             trust = ssl.create_default_context(cafile=self.folder / "ca.pem")
-            return await self.join("\r\n".join([*head, "", ""]).encode("latin-1"), reader, writer, ssl=trust,
-                                   server_hostname=whole[1])
+            return await self.join(
+                "\r\n".join([*head, "", ""]).encode("latin-1"), reader, writer, ssl=trust, server_hostname=whole[1]
+            )
         host, _, port = request.path.rpartition(":")
         self.connections.append(request.path)
         if request.method != "CONNECT" or port != "443":
@@ -476,7 +565,7 @@ class Keeper:
             code, headers, body = await self.normal(request)
             await send(writer, code, headers)
             for n in range(len(body)):
-                writer.write(body[n:n + 1])
+                writer.write(body[n : n + 1])
                 await writer.drain()
                 await asyncio.sleep(float(options["interval"]))
         elif rule.kind == "headers":
@@ -492,8 +581,9 @@ class Keeper:
             headers = [header for header in headers if header[0] != "Last-Modified"]
             await self.reply(request, writer, code, [*headers, (options["name"], text)], body)
 
-    async def reply(self, request: Request, writer: asyncio.StreamWriter, code: int, headers: list[tuple[str, str]],
-                    body: bytes) -> None:
+    async def reply(
+        self, request: Request, writer: asyncio.StreamWriter, code: int, headers: list[tuple[str, str]], body: bytes
+    ) -> None:
         if code != 304 and not any(name.lower() == "content-length" for name, _ in headers):
             headers = [*headers, ("Content-Length", str(len(body)))]
         await send(writer, code, headers)

@@ -66,16 +66,33 @@ DEEDS = (
     "rework locking around {}",
 )
 THINGS = (
-    "probe", "queue teardown", "resume", "the error", "reset", "page writeback", "ring refill", "device removal",
-    "link training", "mount", "checksum offload", "namespace exit", "hotplug", "key setup",
+    "probe",
+    "queue teardown",
+    "resume",
+    "the error",
+    "reset",
+    "page writeback",
+    "ring refill",
+    "device removal",
+    "link training",
+    "mount",
+    "checksum offload",
+    "namespace exit",
+    "hotplug",
+    "key setup",
 )
 REASONS = (
-    "The count is read before the lock is taken, so that two callers can both\nsee the last reference and free it twice.",
-    "A device that answers late leaves the structure half set up. The next\ncaller takes the \"ready\" path and runs into it.",
+    "The count is read before the lock is taken, so that two callers can both\n"
+    "see the last reference and free it twice.",
+    "A device that answers late leaves the structure half set up. The next\n"
+    'caller takes the "ready" path and runs into it.',
     "With a length of 0 the loop below never ends:\n\n  while (len >= 0)\n          len -= step;\n\nTest for it first.",
     "Since the rework of the error handling nothing calls this any more.",
-    "On machines with more than 256 CPUs the walk takes some 40 ms, with\ninterrupts off. Walk only what changed; it's below 1 ms then.",
-    "BUG: KASAN: slab-use-after-free in worker_thread+0x1f4/0x6a0\nRead of size 8 at addr ffff888012345678 by task kworker/3:1/88\n\nTake the reference before the work is queued.",
+    "On machines with more than 256 CPUs the walk takes some 40 ms, with\n"
+    "interrupts off. Walk only what changed; it's below 1 ms then.",
+    "BUG: KASAN: slab-use-after-free in worker_thread+0x1f4/0x6a0\n"
+    "Read of size 8 at addr ffff888012345678 by task kworker/3:1/88\n\n"
+    "Take the reference before the work is queued.",
 )
 
 # One ChangeLog is longer than what a window would list at once.
@@ -135,8 +152,9 @@ def change(version: str, n: int, when: int) -> Commit:
     committer = STABLE_KEEPER if stable else MAINLINE_KEEPER
     lines.append(signed_off(committer))
     written = when - (3 + number(version, n, "age") % 20) * DAY - number(version, n, "second") % HOUR
-    return Commit(author, committer, written, when, subject + "\n\n" + "\n".join(lines) + "\n", path,
-                  f"/* {version} {n} */\n")
+    return Commit(
+        author, committer, written, when, subject + "\n\n" + "\n".join(lines) + "\n", path, f"/* {version} {n} */\n"
+    )
 
 
 def release_commit(version: str, when: int) -> Commit:
@@ -149,9 +167,11 @@ def release_commit(version: str, when: int) -> Commit:
 def merge(version: str, n: int, when: int) -> Commit:
     area = pick(AREAS, version, n, "merge")[0].replace("/", " ").replace(":", " ").split()[0].lower()
     puller = pick(PEOPLE, version, n, "puller")[0]
-    message = (f"Merge tag '{area}-{version}' of git://git.example/{area}\n\nPull {area} fixes from {puller}:\n\n"
-               f" - Nothing that stands out, small fixes all over\n\n* tag '{area}-{version}':\n"
-               f"  {area}: the fixes\n")
+    message = (
+        f"Merge tag '{area}-{version}' of git://git.example/{area}\n\nPull {area} fixes from {puller}:\n\n"
+        f" - Nothing that stands out, small fixes all over\n\n* tag '{area}-{version}':\n"
+        f"  {area}: the fixes\n"
+    )
     keeper = MAINLINE_KEEPER
     return Commit(keeper, keeper, when, when, message, "MAINTAINERS", f"# {version} {n}\n")
 
@@ -175,8 +195,13 @@ class Repository:
         (folder / "config").write_text("[core]\n\trepositoryformatversion = 0\n\tbare = true\n")
 
     def git(self, *arguments: str, given: bytes = b"") -> bytes:
-        done = subprocess.run(["git", f"--git-dir={self.folder}", *arguments], input=given, check=True,
-                              capture_output=True, env=self.environment)
+        done = subprocess.run(
+            ["git", f"--git-dir={self.folder}", *arguments],
+            input=given,
+            check=True,
+            capture_output=True,
+            env=self.environment,
+        )
         return done.stdout
 
     def commit(self, branch: str, commit: Commit, parents: Sequence[str] = ()) -> str:
@@ -190,8 +215,10 @@ class Repository:
         self.branches.add(branch)
         self.streamed.add(branch)
         lines = [f"commit {ref}", f"mark {mark}"]
-        for role, who, when in (("author", commit.author, commit.written),
-                                ("committer", commit.committer, commit.committed)):
+        for role, who, when in (
+            ("author", commit.author, commit.written),
+            ("committer", commit.committer, commit.committed),
+        ):
             lines.append(f"{role} {who[0]} <{who[1]}> {when} {who[2]}")
         message = commit.message.encode()
         lines.append(f"data {len(message)}")
@@ -300,7 +327,9 @@ def long_changelog(version: str, length: int) -> Iterator[bytes]:
         day = time.gmtime(commit.written + seconds)
         date = f"{time.strftime('%a %b', day)} {day.tm_mday} {time.strftime('%H:%M:%S %Y', day)} {zone}"
         message = "".join(f"    {line}\n" for line in commit.message.splitlines())
-        text = (f"commit {invented_hash(version, n)}\nAuthor: {commit.author[0]} <{commit.author[1]}>\n"
-                f"Date:   {date}\n\n{message}\n").encode()
+        text = (
+            f"commit {invented_hash(version, n)}\nAuthor: {commit.author[0]} <{commit.author[1]}>\n"
+            f"Date:   {date}\n\n{message}\n"
+        ).encode()
         sent += len(text)
         yield text

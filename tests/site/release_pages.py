@@ -103,18 +103,20 @@ def index(releases: list[Release]) -> str:
     records = []
     for release in releases:
         where = addresses(release)
-        records.append({
-            "moniker": release.channel,
-            "version": release.version,
-            "iseol": release.eol,
-            "released": {"timestamp": release.timestamp, "isodate": release.day},
-            "source": where["source"],
-            "pgp": where["pgp"],
-            "patch": {"full": where["patch"], "incremental": where["incremental"]},
-            "changelog": where["changelog"],
-            "gitweb": where["gitweb"],
-            "diffview": where["diffview"],
-        })
+        records.append(
+            {
+                "moniker": release.channel,
+                "version": release.version,
+                "iseol": release.eol,
+                "released": {"timestamp": release.timestamp, "isodate": release.day},
+                "source": where["source"],
+                "pgp": where["pgp"],
+                "patch": {"full": where["patch"], "incremental": where["incremental"]},
+                "changelog": where["changelog"],
+                "gitweb": where["gitweb"],
+                "diffview": where["diffview"],
+            }
+        )
     return json.dumps({"releases": records, "latest_stable": {"version": latest_stable(releases)}}, indent=4)
 
 
@@ -152,7 +154,7 @@ PAGE = """\
 <head>
         <title>The Linux Kernel Archives</title>
         <meta charset="utf-8" />
-	<link rel="icon" type="image/png" href="./theme/favicon.png" />
+\t<link rel="icon" type="image/png" href="./theme/favicon.png" />
         <link rel="stylesheet" href="./theme/main.css" type="text/css" />
 </head>
 
@@ -186,7 +188,8 @@ PAGE = """\
         </tr>
         <tr>
             <td id="latest_button">
-                <a href="{tarball}"><img src="./theme/download.png" width="48" height="48" border="0" alt="Download"/></a>
+                <a href="{tarball}"><img src="./theme/download.png" width="48" height="48" border="0" \
+alt="Download"/></a>
             </td>
             <td id="latest_link">
                 <a href="{tarball}">{latest}</a>

@@ -62,8 +62,14 @@ def control(arguments: argparse.Namespace) -> object:
         options = dict(option.split("=", 1) for option in arguments.options if "=" in option)
         if len(options) != len(arguments.options):
             raise ValueError("an option reads name=value")
-        return order(socket, "misbehave", host=arguments.host, prefix=arguments.prefix, kind=arguments.kind,
-                     options={name: value(text) for name, text in options.items()})
+        return order(
+            socket,
+            "misbehave",
+            host=arguments.host,
+            prefix=arguments.prefix,
+            kind=arguments.kind,
+            options={name: value(text) for name, text in options.items()},
+        )
     return order(socket, arguments.order)
 
 
@@ -83,9 +89,13 @@ def main() -> int:
     for name in ("host", "prefix", "kind"):
         misbehave.add_argument(name)
     misbehave.add_argument("options", nargs="*", metavar="name=value")
-    for name, text in (("behave", "end all misbehaviour"), ("requests", "list all requests, one a line"),
-                       ("clear", "forget the requests"), ("connections", "list what the proxy was asked for"),
-                       ("last-modified", "show the front page's Last-Modified")):
+    for name, text in (
+        ("behave", "end all misbehaviour"),
+        ("requests", "list all requests, one a line"),
+        ("clear", "forget the requests"),
+        ("connections", "list what the proxy was asked for"),
+        ("last-modified", "show the front page's Last-Modified"),
+    ):
         orders.add_parser(name, help=text)
     arguments = parser.parse_args()
 

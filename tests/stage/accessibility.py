@@ -184,8 +184,14 @@ def in_order_of_reading(stops: list[Node]) -> list[Node]:
 def contains(outer: Node, inner: Node) -> bool:
     left, top, width, height = inner.box
     outer_left, outer_top, outer_width, outer_height = outer.box
-    return (outer_left <= left and left + width <= outer_left + outer_width
-            and outer_top <= top and top + height <= outer_top + outer_height and width > 1 and height > 1)
+    return (
+        outer_left <= left
+        and left + width <= outer_left + outer_width
+        and outer_top <= top
+        and top + height <= outer_top + outer_height
+        and width > 1
+        and height > 1
+    )
 
 
 class Desk:

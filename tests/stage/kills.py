@@ -126,9 +126,7 @@ def kill_driver(folder: Path, kills: int, found: Counter[str]) -> None:
     environment = {"SNAP_USER_DATA": str(folder)}
     known = [text_of(OLD), text_of(NEW)]
     for _ in range(kills):
-        driver = subprocess.Popen(
-            tied([DRIVER, "save", *OLD, *NEW], "KILL"), env=environment, stdout=subprocess.PIPE
-        )
+        driver = subprocess.Popen(tied([DRIVER, "save", *OLD, *NEW], "KILL"), env=environment, stdout=subprocess.PIPE)
         assert driver.stdout.readline() == b"saving\n"
         time.sleep(random.uniform(0, 0.002))
         driver.kill()

@@ -255,9 +255,7 @@ MACHINES = {
             SNAP_HOST: 'PRETTY_NAME="Fen 24.04.2 LTS"\n',
         },
         locked=["proc/modules", "boot", "lib/modules", "var/lib/snapd/hostfs"],
-        system=system(
-            **FEN_KNOWN, distro="Fen Core 24", distro_note=SNAP_BASE, installed_note=NO_KERNELS_IN_SNAP
-        ),
+        system=system(**FEN_KNOWN, distro="Fen Core 24", distro_note=SNAP_BASE, installed_note=NO_KERNELS_IN_SNAP),
         error=LOCKED_SNAP,
     ),
     "snap with an empty host file": Machine(
@@ -304,9 +302,7 @@ MACHINES = {
             "etc/os-release": 'PRETTY_NAME="Flat Platform 24.08"\n',
             SNAP_HOST: 'PRETTY_NAME="A Snap\'s host"\n',
         },
-        system=system(
-            **FEN_KNOWN, distro="Flat Platform 24.08", distro_note=FLATPAK_BASE, installed_note=NO_KERNELS
-        ),
+        system=system(**FEN_KNOWN, distro="Flat Platform 24.08", distro_note=FLATPAK_BASE, installed_note=NO_KERNELS),
         error=NO_FLATPAK,
     ),
     "flatpak by its file, which is locked": Machine(

@@ -99,9 +99,7 @@ class Item:
         (self.pid,) = ask_bus(connection, "GetConnectionUnixProcessID", "(s)", owner)
         self.signals: list[tuple] = []
         for interface in (ITEM, PROPERTIES):
-            connection.signal_subscribe(
-                owner, interface, None, path, None, Gio.DBusSignalFlags.NONE, self._on_signal
-            )
+            connection.signal_subscribe(owner, interface, None, path, None, Gio.DBusSignalFlags.NONE, self._on_signal)
 
     def _on_signal(self, connection, sender, path, interface, signal, arguments) -> None:
         self.signals.append((signal, *arguments.unpack()))

@@ -24,9 +24,7 @@ def tied(command: Sequence[str | Path], signal: str = "TERM") -> list[str | Path
 class Service:
     """A server that says where it can be reached once it can be, by writing it to {fd}."""
 
-    def __init__(
-        self, command: Sequence[str | Path], log: Path, environment: Mapping[str, str] | None = None
-    ) -> None:
+    def __init__(self, command: Sequence[str | Path], log: Path, environment: Mapping[str, str] | None = None) -> None:
         read_end, write_end = os.pipe()
         command = [str(word).replace("{fd}", str(write_end)) for word in command]
         with log.open("ab") as errors:

@@ -23,6 +23,7 @@ END_DEADLINE = 10.0
 @dataclass(frozen=True)
 class Request:
     """One request that the site has seen. The status is None for as long as the answer is held back."""
+
     method: str
     host: str
     path: str
@@ -56,8 +57,14 @@ class KernelSite:
         # The keeper is spared what a test does to its own environment, such as preloads and stand-ins on PATH.
         kept = {name: os.environ[name] for name in ("PATH", "TMPDIR") if name in os.environ}
         command = [sys.executable, str(KEEPER), str(os.getpid()), *(["http2"] if self.http2 else [])]
-        self.process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, cwd="/",
-                                        env={**kept, "PYTHONDONTWRITEBYTECODE": "1"}, start_new_session=True)
+        self.process = subprocess.Popen(
+            command,
+            stdin=subprocess.PIPE,
+            stdout=subprocess.PIPE,
+            cwd="/",
+            env={**kept, "PYTHONDONTWRITEBYTECODE": "1"},
+            start_new_session=True,
+        )
         try:
             ready, _, _ = select.select([self.process.stdout], [], [], START_DEADLINE)
             line = self.process.stdout.readline() if ready else b""
@@ -104,8 +111,10 @@ class KernelSite:
 
     def requests(self, **wanted: Any) -> list[Request]:
         """All requests so far, or those whose fields have the wanted values, in the order of their ends."""
-        found = [Request(**{name: record[name] for name in Request.__dataclass_fields__})
-                 for record in self.order("requests")]
+        found = [
+            Request(**{name: record[name] for name in Request.__dataclass_fields__})
+            for record in self.order("requests")
+        ]
         return [request for request in found if all(getattr(request, name) == value for name, value in wanted.items())]
 
     def wait_for_requests(self, count: int = 1, deadline: float = 10.0, **wanted: Any) -> list[Request]:

@@ -60,8 +60,12 @@ class Site(SearchPath):
         self._edition += 1
         others = {"mainline": "7.3-rc2", "longterm": "6.18.31"}
         releases = [
-            {"moniker": moniker, "version": version, "changelog": f"{CDN}/ChangeLog-{version}",
-             "released": {"isodate": "2026-09-14"}}
+            {
+                "moniker": moniker,
+                "version": version,
+                "changelog": f"{CDN}/ChangeLog-{version}",
+                "released": {"isodate": "2026-09-14"},
+            }
             for moniker, version in {**others, "stable": self.stable}.items()
         ]
         self._give("index", json.dumps({"releases": releases}, indent=1))

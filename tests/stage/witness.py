@@ -21,8 +21,12 @@ class Witness:
     def __init__(self, path: Path, *script: str) -> None:
         self.path = path
         self._seen = path.with_name(f"{path.name}-saw")
-        lines = ["/usr/bin/env -0 >'{seen}.new'", "/bin/ls -l /proc/self/fd >'{seen}.files'",
-                 "/bin/mv '{seen}.new' '{seen}.environment'", *script]
+        lines = [
+            "/usr/bin/env -0 >'{seen}.new'",
+            "/bin/ls -l /proc/self/fd >'{seen}.files'",
+            "/bin/mv '{seen}.new' '{seen}.environment'",
+            *script,
+        ]
         path.unlink(missing_ok=True)
         path.write_text("\n".join(["#!/bin/sh", *lines]).replace("{seen}", str(self._seen)) + "\n")
         path.chmod(0o755)

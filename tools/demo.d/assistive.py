@@ -122,8 +122,10 @@ class Hand:
 
     def filters(self, text: str) -> None:
         self._call(self._get("text"), "EditableText", "SetTextContents", "(s)", text)
-        self._desktop.wait(lambda: self.sees(f"filter: {text}") if text else not self.sees("filter: "),
-                           f"the table is not filtered by {text!r}")
+        self._desktop.wait(
+            lambda: self.sees(f"filter: {text}") if text else not self.sees("filter: "),
+            f"the table is not filtered by {text!r}",
+        )
 
     def sorts_by_size(self, largest: str) -> None:
         SIZE = 1

@@ -202,8 +202,15 @@ class Desktop:
 
     def _run(self, *command: str) -> str:
         """Runs an X client and returns what it says, or nothing if it fails."""
-        done = subprocess.run(command, env=self.environment, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                              stderr=self._log, text=True, timeout=DEADLINE)
+        done = subprocess.run(
+            command,
+            env=self.environment,
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.PIPE,
+            stderr=self._log,
+            text=True,
+            timeout=DEADLINE,
+        )
         return done.stdout if done.returncode == 0 else ""
 
     def xdotool(self, *words: str | int) -> str:

@@ -59,9 +59,7 @@ def is_dark(picture: Image.Image) -> bool:
 def has_header(picture: Image.Image, accent: tuple[int, int, int]) -> bool:
     """Whether the window's upper part is filled with that colour, or with its darker end."""
     upper = colours(picture.crop((0, 0, picture.width, FRAME_HEIGHT + HEADER_HEIGHT)))
-    near = sum(
-        count for count, colour in upper if all(abs(part - wanted) < 10 for part, wanted in zip(colour, accent))
-    )
+    near = sum(count for count, colour in upper if all(abs(part - wanted) < 10 for part, wanted in zip(colour, accent)))
     return near > 1000
 
 
@@ -116,10 +114,14 @@ class Album:
             fail(f"what is at {box} does not fit on the screen")
         if is_dark(screen.crop(box)) != (desktop.theme == "dark"):
             fail(f"what is at {box} is not in the {desktop.theme} theme")
-        return screen.crop((
-            max(left - around[0], 0), max(top - around[1], 0),
-            min(right + around[2], SCREEN[0]), min(bottom + around[3], SCREEN[1]),
-        ))
+        return screen.crop(
+            (
+                max(left - around[0], 0),
+                max(top - around[1], 0),
+                min(right + around[2], SCREEN[0]),
+                min(bottom + around[3], SCREEN[1]),
+            )
+        )
 
     def keep(self, picture: Image.Image, name: str, summary: str) -> None:
         picture.save(self.folder / name, optimize=True)

@@ -7,8 +7,23 @@ from failure import fail
 from pictures import Album, Where, difference, release_edge
 from stage.site import KernelSite
 from subjects import (
-    ABOUT, CHANGES, CHANNELS, CRASH, DETAILED, FILTER, FILTERED, FIRST_RELEASE, GERMAN, HOSTS, LARGEST, MACHINES,
-    NEXT_RELEASE, SETTINGS, SYSTEM, WINDOWS, WORKSTATION,
+    ABOUT,
+    CHANGES,
+    CHANNELS,
+    CRASH,
+    DETAILED,
+    FILTER,
+    FILTERED,
+    FIRST_RELEASE,
+    GERMAN,
+    HOSTS,
+    LARGEST,
+    MACHINES,
+    NEXT_RELEASE,
+    SETTINGS,
+    SYSTEM,
+    WINDOWS,
+    WORKSTATION,
 )
 from wayland import WaylandDesktop
 from workshop import MODULES, Workshop
@@ -74,8 +89,9 @@ def tour(theme: str, workshop: Workshop) -> None:
             applet.choose_channel(channel)
             applet.shows("green", label=channel.version)
             applet.shows_header(SETTINGS, channel)
-            album.state(desktop, applet.where(SETTINGS), f"settings-{channel.name}",
-                        f"the overview, {channel.name} chosen")
+            album.state(
+                desktop, applet.where(SETTINGS), f"settings-{channel.name}", f"the overview, {channel.name} chosen"
+            )
             applet.close_window(SETTINGS)
 
             site.clear_requests()

@@ -34,8 +34,12 @@ WINDOWS = [
     Window("Latest Changes", "changes", "Latest Kernel Changes", "what the newest stable release contains"),
     Window("System & Modules", "system", "System & Kernel Modules", "what the machine runs"),
     Window("About", "about", "About Veldrin", "the program's name, version and where it comes from"),
-    Window(signal.SIGSEGV, "crash", "Veldrin - Können Sie beschreiben, wann der Fehler aufgetreten ist?",
-           "after a crash, which is told of in German alone"),
+    Window(
+        signal.SIGSEGV,
+        "crash",
+        "Veldrin - Können Sie beschreiben, wann der Fehler aufgetreten ist?",
+        "after a crash, which is told of in German alone",
+    ),
 ]
 SETTINGS, CHANGES, SYSTEM, ABOUT, CRASH = WINDOWS
 SIGNALS = {
@@ -60,12 +64,30 @@ class Channel:
 
 # In the order of the selector.
 CHANNELS = (
-    Channel("mainline", "7.3-rc2", (217, 119, 6), "/pub/scm/linux/kernel/git/torvalds/linux.git/atom/", "feed",
-            "the commits of a candidate, from the feed"),
-    Channel("stable", FIRST_RELEASE, (21, 128, 61), "/pub/linux/kernel/v7.x/ChangeLog-", "text",
-            "the commits of a release, from its ChangeLog"),
-    Channel("longterm", "6.18.50", (29, 78, 216), "/pub/linux/kernel/v6.x/ChangeLog-", "capped",
-            "a ChangeLog with more commits than the list takes"),
+    Channel(
+        "mainline",
+        "7.3-rc2",
+        (217, 119, 6),
+        "/pub/scm/linux/kernel/git/torvalds/linux.git/atom/",
+        "feed",
+        "the commits of a candidate, from the feed",
+    ),
+    Channel(
+        "stable",
+        FIRST_RELEASE,
+        (21, 128, 61),
+        "/pub/linux/kernel/v7.x/ChangeLog-",
+        "text",
+        "the commits of a release, from its ChangeLog",
+    ),
+    Channel(
+        "longterm",
+        "6.18.50",
+        (29, 78, 216),
+        "/pub/linux/kernel/v6.x/ChangeLog-",
+        "capped",
+        "a ChangeLog with more commits than the list takes",
+    ),
 )
 SYSTEM_ACCENT = (79, 70, 229)
 
@@ -91,13 +113,31 @@ LEFTOVERS = "3 module trees without a kernel image"
 WORKSTATION = Machine("workstation", "a workstation with all that its kernel tells")
 MACHINES = (
     Machine("builtin", "a kernel without modules", "No modules loaded", modules="no-modules"),
-    Machine("locked", "a machine that shows neither modules nor /boot", "No modules could be read",
-            modules=None, boot_readable=False),
-    Machine("flatpak", "a Flatpak", "Module list not available", modules=None, boot_readable=False,
-            distribution="os-release-flatpak", environment={"FLATPAK_ID": "org.veldrin.Veldrin"}),
-    Machine("snap", "a Snap that lacks a permission", "Module list locked by the sandbox", modules=None,
-            boot_readable=False, distribution="os-release-snap",
-            environment={"SNAP": "/snap/veldrin/7", "SNAP_NAME": "veldrin"}),
+    Machine(
+        "locked",
+        "a machine that shows neither modules nor /boot",
+        "No modules could be read",
+        modules=None,
+        boot_readable=False,
+    ),
+    Machine(
+        "flatpak",
+        "a Flatpak",
+        "Module list not available",
+        modules=None,
+        boot_readable=False,
+        distribution="os-release-flatpak",
+        environment={"FLATPAK_ID": "org.veldrin.Veldrin"},
+    ),
+    Machine(
+        "snap",
+        "a Snap that lacks a permission",
+        "Module list locked by the sandbox",
+        modules=None,
+        boot_readable=False,
+        distribution="os-release-snap",
+        environment={"SNAP": "/snap/veldrin/7", "SNAP_NAME": "veldrin"},
+    ),
 )
 
 # Modules with many words and a few parameters, with more, and with the most.

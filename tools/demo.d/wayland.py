@@ -12,7 +12,17 @@ from stage.compositor import CONFIGURATION
 from stage.panel import WATCHER
 from stage.site import KernelSite
 from subjects import (
-    ABOUT, BACKGROUND, CHANNELS, SCREEN, SIGNALS, SYSTEM, SYSTEM_ACCENT, WORKSTATION, Channel, Machine, Window,
+    ABOUT,
+    BACKGROUND,
+    CHANNELS,
+    SCREEN,
+    SIGNALS,
+    SYSTEM,
+    SYSTEM_ACCENT,
+    WORKSTATION,
+    Channel,
+    Machine,
+    Window,
 )
 from workshop import Workshop
 
@@ -67,8 +77,16 @@ class WaylandDesktop(Desktop):
         return box is not None and (accent is None or has_header(picture.crop(box), accent))
 
     def screenshot(self) -> Image.Image:
-        subprocess.run(["weston-screenshooter"], cwd=self._pictures, env=self.environment, stdin=subprocess.DEVNULL,
-                       stdout=self._log, stderr=self._log, timeout=DEADLINE, check=True)
+        subprocess.run(
+            ["weston-screenshooter"],
+            cwd=self._pictures,
+            env=self.environment,
+            stdin=subprocess.DEVNULL,
+            stdout=self._log,
+            stderr=self._log,
+            timeout=DEADLINE,
+            check=True,
+        )
         (path,) = self._pictures.iterdir()
         with Image.open(path) as picture:
             result = picture.convert("RGB")

@@ -51,8 +51,13 @@ class Workshop:
         for size in LAUNCHER_SIZES:
             folder = self.share / "icons" / "hicolor" / f"{size}x{size}" / "apps"
             folder.mkdir(parents=True)
-            self._run("rsvg-convert", f"--width={size}", f"--height={size}",
-                      f"--output={folder / 'org.veldrin.Veldrin.png'}", LOGO)
+            self._run(
+                "rsvg-convert",
+                f"--width={size}",
+                f"--height={size}",
+                f"--output={folder / 'org.veldrin.Veldrin.png'}",
+                LOGO,
+            )
 
     def _furnish_machine(self) -> None:
         for version in IMAGES:
