@@ -17,7 +17,7 @@ bool is_letter_or_digit(char c) {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
 }
 
-/// Says whether `text` has two neighbouring bytes that no text before it had, where all letters and digits count as one.
+/// Returns whether `text` has two neighbouring bytes that no text before it had. All letters and digits count as one.
 /// A shell reads byte by byte, so other texts would only cost time.
 bool is_new_to_the_shell(const std::string& text) {
     static std::set<std::pair<char, char>> seen;

@@ -26,8 +26,8 @@ std::string model_json_field(const std::string& json, size_t from, size_t to, co
     return at < to ? value : "";
 }
 
-/// Returns where the first moniker of `channel` stands: `exactly` with one blank behind its colon, or else with any blanks
-/// around the colon.
+/// Returns where the first moniker of `channel` stands: `exactly` with one blank behind its colon, or else with any
+/// blanks around the colon.
 size_t model_record(const std::string& json, const std::string& channel, bool exactly) {
     const auto skip_blanks = [&json](size_t at) {
         while (at < json.size() && (json[at] == ' ' || (json[at] >= '\t' && json[at] <= '\r'))) ++at;

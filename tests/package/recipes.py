@@ -35,7 +35,8 @@ PLUGIN_KEYS = {
 EXTENSIONS = {"gnome", "kde-neon-6", "kde-qt6", "env-injector", "ros2-jazzy"}
 INTERFACES = {
     "network", "network-bind", "network-status", "desktop", "desktop-legacy", "wayland", "x11", "unity7", "opengl",
-    "home", "gsettings", "system-observe", "kernel-module-observe", "hardware-observe", "mount-observe", "audio-playback", "removable-media",
+    "home", "gsettings", "system-observe", "kernel-module-observe", "hardware-observe", "mount-observe",
+    "audio-playback", "removable-media",
 }  # fmt: skip
 
 

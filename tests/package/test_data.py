@@ -152,7 +152,9 @@ def test_the_packages_of_all_systems_bring_what_reads_gtks_icons():
     assert " librsvg2-common," in control.partition("\nRecommends:")[0].partition("\nDepends:")[2]
     spec = (ROOT / "packaging/rpm/veldrin.spec").read_text()
     assert re.search(r"^Requires: +\(librsvg2 or gdk-pixbuf-loader-rsvg\)$", spec, re.MULTILINE)
-    assert re.search(r"^depends=\([^)]*\blibrsvg\b[^)]*\)$", (ROOT / "packaging/arch/PKGBUILD").read_text(), re.MULTILINE)
+    assert re.search(
+        r"^depends=\([^)]*\blibrsvg\b[^)]*\)$", (ROOT / "packaging/arch/PKGBUILD").read_text(), re.MULTILINE
+    )
 
 
 # ---- German ----

@@ -9,7 +9,13 @@ from pathlib import Path
 import pytest
 
 ROOT = Path(__file__).resolve().parents[2]
-MACROS = {"_prefix": "/usr", "_bindir": "/usr/bin", "_datadir": "/usr/share", "_mandir": "/usr/share/man", "_sysconfdir": "/etc"}
+MACROS = {
+    "_prefix": "/usr",
+    "_bindir": "/usr/bin",
+    "_datadir": "/usr/share",
+    "_mandir": "/usr/share/man",
+    "_sysconfdir": "/etc",
+}
 # debhelper adds these, and compresses the manuals.
 ADDED_BY_DEBIAN = re.compile(r"usr/share/(doc|lintian)/")
 

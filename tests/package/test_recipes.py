@@ -1,4 +1,4 @@
-"""The recipes of the Snap and the Flatpak: they follow the rules of their formats, and ask for what the applet needs."""
+"""The recipes of the Snap and the Flatpak: they follow their formats' rules, and ask for what the applet needs."""
 
 import copy
 import re
@@ -70,7 +70,10 @@ def module(recipe: dict[str, Any], name: str) -> dict[str, Any]:
         (set_key("confinement", value="loose"), "snap: confinement"),
         (set_key("icon", value="art/none.svg"), "snap: no such icon"),
         (set_key("apps", "veldrin", "comand", value="x"), "veldrin: no such key: comand"),
-        (set_key("apps", "veldrin", "command", value="/usr/bin/veldrin"), "veldrin: the command is no path below the Snap"),
+        (
+            set_key("apps", "veldrin", "command", value="/usr/bin/veldrin"),
+            "veldrin: the command is no path below the Snap",
+        ),
         (set_key("apps", "veldrin", "plugs", value=["netwrok"]), "veldrin: no such plug: netwrok"),
         (set_key("apps", "veldrin", "plugs", value=["x11"]), "veldrin: the extension gnome brings the plug x11"),
         (set_key("apps", "veldrin", "extensions", value=["gnome-3"]), "veldrin: no such extension: gnome-3"),

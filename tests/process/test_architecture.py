@@ -12,8 +12,8 @@ SVG = "{http://www.w3.org/2000/svg}"
 TIP = "url(#tip)"
 # How far from its box's edge an arrow may begin or end, for the eye to see it touch.
 REACH = 3
-# What nobody needs an arrow for: constants.
-NOT_DRAWN = {"sites", "tux_rgba", "logo_rgba"}
+# What nobody needs an arrow for: constants, and small inline functions.
+NOT_DRAWN = {"sites", "tux_rgba", "logo_rgba", "widgets"}
 
 Pairs = set[tuple[str, str]]
 Point = tuple[float, float]

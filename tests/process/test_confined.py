@@ -188,7 +188,7 @@ def test_the_crash_report_of_a_flatpak_is_kept_where_readme_says(machine):
     applet.send(signal.SIGSEGV)
     applet.exit_status()
     folder = ".flatpak/org.veldrin.Veldrin/xdg-run/"
-    assert f"`$XDG_RUNTIME_DIR/{folder}`" in (REPOSITORY / "README.md").read_text()
+    assert f"`$XDG_RUNTIME_DIR/{folder}`" in (ROOT / "README.md").read_text()
     assert (machine.runtime / folder / "Veldrin_crash.txt").read_text() != ""
 
 

@@ -130,11 +130,11 @@ class SearchPath:
         self.remove(name)
         (self.folder / name).symlink_to(shutil.which(program or name, path=SYSTEM))
 
-    def put_script(self, name: str, *lines: str) -> None:
+    def put_script(self, name: str, *lines: str, shell: str = "/bin/sh") -> None:
         """Gives the name to a script of the shell's."""
         self.remove(name)
         script = self.folder / name
-        script.write_text("\n".join(["#!/bin/sh", *lines]) + "\n")
+        script.write_text("\n".join([f"#!{shell}", *lines]) + "\n")
         script.chmod(0o755)
 
 
