@@ -44,7 +44,11 @@ def test_on_x11_the_icon_goes_to_a_tray_of_the_old_kind(machine, tmp_path):
     try:
         wait_until(lambda: tray.stdout == "ready\n", lambda: f"the tray; {tray.stderr}")
         machine.panel.leave()
-        applet = machine.launch(environment={"DISPLAY": display.name, **machine.without_leak_search})
+        # A tray whose own window holds the icons makes GTK read one after its end; the sanitizers have a way of their own
+        # with memory that was freed.
+        preload = [] if BUILD.sanitized else [BUILD.library("rubbish")]
+        variables = {"DISPLAY": display.name, "G_SLICE": "always-malloc", **machine.without_leak_search}
+        applet = machine.launch(preload=preload, environment=variables)
         wait_until(lambda: "\nveldrin\n" in tray.stdout, lambda: f"the icon; {tray.stdout}")
         machine.panel.come()
         assert applet.item.icon == "tux-red"
