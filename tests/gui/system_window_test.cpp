@@ -322,6 +322,8 @@ TEST_F(PermissionBar, TimerAfterTheWindowIsGoneTouchesNothing) {
     open();
     copy();
     close_system_window();
+    // A look at what the button was might go well even where it is gone.
+    EXPECT_EQ(g_copied_button, nullptr);
     ASSERT_EQ(g_timers.size(), 1U);
     EXPECT_EQ(g_timers[0].callback(g_timers[0].data), G_SOURCE_REMOVE);
 }
