@@ -1,31 +1,17 @@
-"""Pictures of the screen: what can be seen on them, and the album that keeps them."""
-
-from __future__ import annotations
+"""Pictures of the screen, and what can be seen on them."""
 
 from collections.abc import Callable
-from pathlib import Path
-from typing import TYPE_CHECKING
 
-from failure import fail
-from PIL import Image, ImageChops, ImageDraw, ImageFont
-from subjects import BACKGROUND, SCREEN, STATES, THEMES, Window
-
-if TYPE_CHECKING:
-    from desktop import Desktop
+from PIL import Image, ImageChops
+from subjects import BACKGROUND
 
 Box = tuple[int, int, int, int]  # left, top, right, bottom
-Where = Callable[[Image.Image], "Box | None"]  # finds a window on the screen
+Where = Callable[[Image.Image], Box | None]  # finds a window on the screen
 
 # The edge of a release's card. No list of commits is without one, no failure has one.
 RELEASE_EDGE = (21, 128, 61)
 HEADER_HEIGHT = 84
 FRAME_HEIGHT = 70  # above the header, at most, with a shadow
-PANEL_WIDTH = 300  # of its end, in a picture
-MARGIN = 16
-OVERVIEW_CUT = (150, 33)
-FONT = "DejaVuSans.ttf"
-FONT_BOLD = "DejaVuSans-Bold.ttf"
-NAME_WIDTH = 46
 
 
 def find(pattern: Image.Image, picture: Image.Image) -> list[tuple[int, int]]:
@@ -72,85 +58,6 @@ def release_edge(picture: Image.Image) -> bool:
 def colours(picture: Image.Image) -> list[tuple[int, tuple[int, int, int]]]:
     """Each colour in the picture, and how often it is there."""
     return picture.getcolors(max(picture.width * picture.height, 1)) or []
-
-
-class Album:
-    """Takes the pictures and remembers what each of them shows."""
-
-    def __init__(self, folder: Path) -> None:
-        self.folder = folder
-        folder.mkdir()
-        self.summaries: dict[str, str] = {}
-
-    def panel(self, desktop: Desktop, name: str, summary: str) -> None:
-        """The end of the panel that has the icon, as it is and enlarged."""
-        name = f"panel-{desktop.theme}-{name}"
-        box = (SCREEN[0] - PANEL_WIDTH, 0, SCREEN[0], desktop.panel_height)
-        picture = self._take(desktop, lambda _: box, (0, 0, 0, MARGIN))
-        self.keep(picture, f"{name}.png", summary)
-        self.keep(enlarged(picture, 3), f"{name}-3x.png", "the same, three times as large")
-
-    def menu(self, desktop: Desktop, box: Box) -> None:
-        picture = self._take(desktop, lambda _: box, (2 * MARGIN, desktop.panel_height, SCREEN[0] - box[2], MARGIN))
-        self.keep(picture, f"menu-{desktop.theme}.png", "the menu, opened by a click on the icon")
-
-    def window(self, desktop: Desktop, window: Window, where: Where) -> None:
-        picture = self._take(desktop, where, (MARGIN, MARGIN, MARGIN, MARGIN))
-        self.keep(picture, f"window-{desktop.theme}-{window.name}.png", window.summary)
-
-    def state(self, desktop: Desktop, where: Where, name: str, summary: str) -> None:
-        picture = self._take(desktop, where, (MARGIN, MARGIN, MARGIN, MARGIN))
-        self.keep(picture, f"{desktop.kind}-{desktop.theme}-{name}.png", f"{summary}{desktop.remark}")
-
-    def _take(self, desktop: Desktop, where: Where, around: Box) -> Image.Image:
-        """What is there, with so much around it."""
-        screen = desktop.still()
-        # Only now it has its last size.
-        box = where(screen)
-        if not box:
-            fail("a window closes by itself")
-        left, top, right, bottom = box
-        if left < 0 or top < 0 or right > SCREEN[0] or bottom > SCREEN[1]:
-            fail(f"what is at {box} does not fit on the screen")
-        if is_dark(screen.crop(box)) != (desktop.theme == "dark"):
-            fail(f"what is at {box} is not in the {desktop.theme} theme")
-        return screen.crop(
-            (
-                max(left - around[0], 0),
-                max(top - around[1], 0),
-                min(right + around[2], SCREEN[0]),
-                min(bottom + around[3], SCREEN[1]),
-            )
-        )
-
-    def keep(self, picture: Image.Image, name: str, summary: str) -> None:
-        picture.save(self.folder / name, optimize=True)
-        self.summaries[name] = summary
-        print(f"{name:<{NAME_WIDTH}}  {summary}", flush=True)
-
-    def index(self) -> str:
-        """A line for each picture."""
-        return "".join(f"{name:<{NAME_WIDTH}}  {summary}\n" for name, summary in self.summaries.items())
-
-    def overview(self) -> None:
-        """All states side by side: a column for each state, a row for each theme, words below."""
-        zoom, gap, text = 2, 24, 52
-        size = (zoom * OVERVIEW_CUT[0], zoom * OVERVIEW_CUT[1])
-        width = len(STATES) * (size[0] + gap) + gap
-        height = len(THEMES) * (size[1] + gap) + gap + text
-        sheet = Image.new("RGB", (width, height), "white")
-        draw = ImageDraw.Draw(sheet)
-        for column, (name, heading, words) in enumerate(STATES):
-            x = gap + column * (size[0] + gap)
-            for row, theme in enumerate(THEMES):
-                panel = Image.open(self.folder / f"panel-{theme}-{name}.png")
-                cut = panel.crop((panel.width - OVERVIEW_CUT[0], 0, panel.width, OVERVIEW_CUT[1]))
-                sheet.paste(enlarged(cut, zoom), (x, gap + row * (size[1] + gap)))
-            y = height - gap - text
-            middle = x + size[0] / 2
-            for line, (caption, font) in enumerate(((heading, FONT_BOLD), (words, FONT))):
-                draw.text((middle, y + 26 * line + 18), caption, "#222222", ImageFont.truetype(font, 17), "mm")
-        self.keep(sheet, "overview.png", "the states side by side, in both themes")
 
 
 def enlarged(picture: Image.Image, times: int) -> Image.Image:

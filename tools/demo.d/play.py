@@ -9,6 +9,7 @@ import tempfile
 from pathlib import Path
 from typing import NoReturn
 
+from album import Album
 from failure import Failure
 from gi.repository import GLib
 from scenes import SCENES
@@ -31,13 +32,13 @@ SHOWN = {
 }
 
 
-def hand_over(workshop: Workshop, failed: bool) -> None:
+def hand_over(workshop: Workshop, album: Album, failed: bool) -> None:
     """Replaces what an earlier demo left by what this one made, each file in one step."""
     made = [workshop.log_file, *workshop.folder.glob("failed.png")]
     if not failed:
-        made += workshop.album.folder.iterdir()
+        made += album.folder.iterdir()
         for old in RESULT.glob("*.png"):
-            if not (workshop.album.folder / old.name).exists():
+            if not (album.folder / old.name).exists():
                 old.unlink(missing_ok=True)
     for source in made:
         draft = RESULT / f".{os.getpid()}"
@@ -57,15 +58,15 @@ def play(renew_docs: bool) -> None:
     adopt_orphans()
     RESULT.mkdir(parents=True, exist_ok=True)
     with tempfile.TemporaryDirectory(prefix="veldrin-demo-", ignore_cleanup_errors=True) as folder:
-        workshop = Workshop(Path(folder))
+        workshop, album = Workshop(Path(folder)), Album(Path(folder, "pictures"))
         failed = True
         try:
             workshop.build()
             for theme in THEMES:
                 for scene in SCENES:
-                    scene(theme, workshop)
-            workshop.album.overview()
-            (workshop.album.folder / "README.txt").write_text(workshop.album.index())
+                    scene(theme, workshop, album)
+            album.overview()
+            (album.folder / "README.txt").write_text(album.index())
             failed = False
         except (Failure, RuntimeError, OSError, GLib.Error, subprocess.SubprocessError) as problem:
             sys.exit(f"demo: {problem} (build/demo/log.txt may say why)")
@@ -73,7 +74,7 @@ def play(renew_docs: bool) -> None:
             for number in STOPPING:
                 signal.signal(number, signal.SIG_IGN)
             end_children(PATIENCE)
-            hand_over(workshop, failed)
+            hand_over(workshop, album, failed)
     if renew_docs:
         for name, source in SHOWN.items():
             shutil.copyfile(RESULT / source, DOCS / name)

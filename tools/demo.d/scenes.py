@@ -1,10 +1,11 @@
 """The scenes: what happens in each, and which pictures are taken of it."""
 
+from album import Album
 from applet import Applet
 from assistive import Hand
 from desktop import STILL_WINDOW_FOR, Desktop
 from failure import fail
-from pictures import Album, Where, difference, release_edge
+from pictures import Where, difference, release_edge
 from stage.site import KernelSite
 from subjects import (
     ABOUT,
@@ -29,9 +30,8 @@ from wayland import WaylandDesktop
 from workshop import MODULES, Workshop
 
 
-def story(theme: str, workshop: Workshop) -> None:
+def story(theme: str, workshop: Workshop, album: Album) -> None:
     """A user's first days with Veldrin."""
-    album = workshop.album
     with KernelSite() as site, Desktop(theme, "indicator", workshop) as desktop:
         applet = Applet(desktop, site, workshop)
 
@@ -65,19 +65,18 @@ def story(theme: str, workshop: Workshop) -> None:
             applet.close_window(window)
 
 
-def visit(theme: str, workshop: Workshop) -> None:
+def visit(theme: str, workshop: Workshop, album: Album) -> None:
     """The first check once more, in a tray that knows no labels."""
     with KernelSite() as site, Desktop(theme, "systray", workshop) as desktop:
         applet = Applet(desktop, site, workshop)
         applet.check()
         applet.shows("green", label=FIRST_RELEASE, drawn_label=False)
-        workshop.album.panel(desktop, "systray", "first check, in the panel's own tray: green icon, it shows no labels")
+        album.panel(desktop, "systray", "first check, in the panel's own tray: green icon, it shows no labels")
         applet.quit()
 
 
-def tour(theme: str, workshop: Workshop) -> None:
+def tour(theme: str, workshop: Workshop, album: Album) -> None:
     """The windows on each channel, large and small, and then without the net."""
-    album = workshop.album
     with KernelSite() as site, Desktop(theme, "indicator", workshop) as desktop:
         applet = Applet(desktop, site, workshop)
         applet.check()
@@ -122,9 +121,8 @@ def tour(theme: str, workshop: Workshop) -> None:
         applet.quit()
 
 
-def inspection(theme: str, workshop: Workshop) -> None:
+def inspection(theme: str, workshop: Workshop, album: Album) -> None:
     """What the system window tells of one machine and of another, large and small; and the disclaimer."""
-    album = workshop.album
     with KernelSite() as site, Desktop(theme, "indicator", workshop) as desktop:
         desktop.still_for = STILL_WINDOW_FOR
         desktop.start_accessibility()
@@ -167,9 +165,8 @@ def inspection(theme: str, workshop: Workshop) -> None:
             applet.ends()
 
 
-def look(theme: str, workshop: Workshop) -> None:
+def look(theme: str, workshop: Workshop, album: Album) -> None:
     """All windows on Wayland, where nobody can press a key: each opens in a program of its own, by a signal."""
-    album = workshop.album
     with KernelSite() as site, WaylandDesktop(theme, workshop) as desktop:
         for channel in CHANNELS:
             desktop.opens(SETTINGS, channel, site)

@@ -8,7 +8,6 @@ import subprocess
 from pathlib import Path
 
 from failure import fail
-from pictures import Album
 from stage.project import ROOT
 from subjects import IMAGES, MODULE_TREES, RELEASE, Machine
 
@@ -28,7 +27,6 @@ class Workshop:
         self.folder = folder
         self.log_file = folder / "log.txt"
         self.log = self.log_file.open("ab")
-        self.album = Album(folder / "pictures")
         self.quick_sleep = folder / "quick_sleep.so"
         self.uname = folder / "uname.so"
         self.share = folder / "share"
