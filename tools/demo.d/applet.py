@@ -19,6 +19,7 @@ from subjects import CHANGES, CHANNELS, FATAL, MENU, SETTINGS, SIGNALS, SQUARES,
 from workshop import PROGRAM, Workshop
 
 FIRST_COMMIT = (90, 162)  # in its window
+COPIES = 10  # tries to take a picture of what shows for two seconds
 
 
 class Program:
@@ -189,7 +190,7 @@ class Applet(Program):
 
     def clicks_command(self, take_picture: Callable[[], None]) -> None:
         """Clicks on the command in the system window and takes a picture while the window tells that it is copied."""
-        for _ in range(3):
+        for _ in range(COPIES):
             self.hand.clicks("text")
             self.desktop.point_nowhere()
             self.desktop.wait(lambda: self.hand.sees("Copied"), "a click on the command does not copy it")
