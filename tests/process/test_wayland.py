@@ -44,8 +44,8 @@ def test_on_x11_the_icon_goes_to_a_tray_of_the_old_kind(machine, tmp_path):
     try:
         wait_until(lambda: tray.stdout == "ready\n", lambda: f"the tray; {tray.stderr}")
         machine.panel.leave()
-        # A tray whose own window holds the icons makes GTK read one after its end; the sanitizers have a way of their own
-        # with memory that was freed.
+        # A tray whose own window holds the icons makes GTK read one after its end. The sanitizers have a way of their
+        # own with memory that was freed.
         preload = [] if BUILD.sanitized else [BUILD.library("rubbish")]
         variables = {"DISPLAY": display.name, "G_SLICE": "always-malloc", **machine.without_leak_search}
         applet = machine.launch(preload=preload, environment=variables)
