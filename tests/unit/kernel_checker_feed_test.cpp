@@ -4,7 +4,7 @@
 
 #include "../fuzz/changelog_models.h"
 
-#include <chrono>
+#include <ctime>
 
 namespace {
 
@@ -517,7 +517,7 @@ class HostileText : public testing::TestWithParam<Shape> {};
 
 TEST_P(HostileText, IsReadAtOnceAsEitherForm) {
     const std::string text = GetParam().page();
-    const auto start = std::chrono::steady_clock::now();
+    const std::clock_t start = std::clock();
     const ChangeLog log = log_of_text(text + "\ncommit 1\n\n    found\n");
     EXPECT_GE(log.total_found, 1);
     EXPECT_EQ(log.truncated, log.total_found > 400);
@@ -531,7 +531,7 @@ TEST_P(HostileText, IsReadAtOnceAsEitherForm) {
     EXPECT_EQ(feed.truncated, feed.total_found > 400);
 
     EXPECT_GE(xml_unescape(text).size(), 1U);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+    EXPECT_LT(std::clock() - start, 20 * CLOCKS_PER_SEC);
 }
 
 const Shape TEXT_SHAPES[] = {

@@ -2,7 +2,7 @@
 // space, one value of the index, a channel's record in it, and the address that is guessed where it names none.
 #include "kernel_checker_support.h"
 
-#include <chrono>
+#include <ctime>
 #include <regex>
 
 namespace {
@@ -393,7 +393,7 @@ class HostileIndex : public testing::TestWithParam<Shape> {};
 
 TEST_P(HostileIndex, IsAnsweredAtOnce) {
     const std::string text = GetParam().page();
-    const auto start = std::chrono::steady_clock::now();
+    const std::clock_t start = std::clock();
     EXPECT_EQ(look_up(text, "stable"), UNTOUCHED);
     // What stands behind it is still found.
     for (const char* colon : {": ", " :\n"}) {
@@ -401,7 +401,7 @@ TEST_P(HostileIndex, IsAnsweredAtOnce) {
         EXPECT_EQ(look_up(text + record + text, "stable")[0], "1");
         EXPECT_NE(look_up("{\"moniker\"" + std::string(colon) + "\"stable\", " + text, "stable"), UNTOUCHED);
     }
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+    EXPECT_LT(std::clock() - start, 20 * CLOCKS_PER_SEC);
 }
 
 const Shape INDEX_SHAPES[] = {

@@ -3,7 +3,7 @@
 #include "kernel_checker_support.h"
 
 #include <sys/syscall.h>
-#include <chrono>
+#include <ctime>
 #include <regex>
 
 namespace {
@@ -466,13 +466,13 @@ class HostilePage : public testing::TestWithParam<Shape> {};
 TEST_P(HostilePage, IsAnsweredAtOnce) {
     const std::string page = GetParam().page();
     const std::string label = "<td>stable:</td>";
-    const auto start = std::chrono::steady_clock::now();
+    const std::clock_t start = std::clock();
     EXPECT_EQ(extract_first(page, "stable"), "");
     EXPECT_EQ(extract_first(label + page, "stable"), "");
     // What stands behind it is still found: no search gives up on a long page.
     EXPECT_EQ(extract_first(label + page + "></td>" + label + "<td>6.7.1</td>", "stable"), "6.7.1");
     EXPECT_EQ(extract_first(page + "></td>" + label + "<td>6.7.1</td>", "stable"), "6.7.1");
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+    EXPECT_LT(std::clock() - start, 20 * CLOCKS_PER_SEC);
 }
 
 const Shape SHAPES[] = {
