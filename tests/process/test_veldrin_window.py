@@ -215,6 +215,19 @@ def test_open_opens_settings_in_the_one_that_runs(installed):
     assert installed.applets() == [pid]
 
 
+def test_one_whose_file_an_upgrade_has_replaced_is_reached(installed, panel):
+    session = installed.start_directly()
+    wait_until(lambda: panel.items, "the icon in the panel")
+    new = Path(shutil.copy(BUILD.program, installed.program.with_name("new")))
+    new.replace(installed.program)
+    assert installed.do("open") == (0, "")
+    assert installed.wait_for_window("Settings") == session.process.pid
+    # No other was started.
+    assert installed.applets() == []
+    session.kill()
+    assert (session.stdout, session.stderr) == ("", "")
+
+
 def test_each_word_reaches_the_one_that_the_session_started(installed, panel):
     session = installed.start_directly()
     wait_until(lambda: panel.items, "the icon in the panel")
