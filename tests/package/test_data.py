@@ -176,13 +176,15 @@ def test_the_entries_say_in_german_what_a_user_reads_or_looks_for(entry, keys):
 def test_each_text_of_the_metainfo_is_followed_by_its_german(metainfo):
     language = "{http://www.w3.org/XML/1998/namespace}lang"
     texts = 0
-    for parent in metainfo.iter():
+    # What is new in a release is written once, in the list of changes, and in English.
+    releases = set(metainfo.find("releases").iter())
+    for parent in [element for element in metainfo.iter() if element not in releases]:
         told = [child for child in parent if child.tag in ("summary", "p", "li", "caption")]
         for text, german in zip(told[::2], told[1::2], strict=True):
             assert (german.tag, german.get(language), text.get(language)) == (text.tag, "de", None), text.text
             assert german.text.split() != text.text.split()
             texts += 1
-    assert texts > 15
+    assert texts > 10
 
 
 # ---- Metainfo ----
