@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The floor below any applet of this kind: a tray icon with a label and the same menu, and nothing behind it. What
  * Veldrin takes beyond this is its own.
  *

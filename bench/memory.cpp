@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Measures the most memory that a process needs which holds a large ChangeLog text and parses it.
 //
 //   bench_memory SIZE     parses a text of SIZE bytes; prints that size, the peak before and after it, in bytes

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Times each parser, and beside it in the same run a reference over the same bytes.
 #include "kernel_checker.cpp"
 

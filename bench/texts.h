@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Texts of the shapes that the parsers meet, made in memory and the same in every run.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Times the windows from the call that fills them to their first drawn frame, and beside each, in turn with it, bare
 // GTK widgets of the same classes, in the same shape and with the same texts, but without stylesheet, classes and work
 // on strings. Then watches the memory of a window that loads again and again.

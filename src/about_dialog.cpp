@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The licence text, then the dialog from its name to its contact.
 #include "about_dialog.h"
 

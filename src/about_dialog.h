@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The about dialog: the program's name, version, addresses, and what it owes to others. Owns nothing beyond a call.
 // Main thread only.
 #pragma once

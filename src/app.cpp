@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the user sees first: icons, label, check, menu, the signals that open windows. Behind that stands what guards
 // it, each guard with a word on what happens without it, and last the start in its order.
 #include "app.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The tray applet itself: start-up, the tray icon with its label and menu, the periodic check, the signals that open
 // windows. Owns the process's state and its main loop. All of it is the main thread's but for the check thread's loop.
 #pragma once

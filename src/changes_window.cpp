@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The cards of a release's commits and how a result is shown, then how a load starts, and last the window around them.
 #include "changes_window.h"
 

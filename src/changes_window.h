@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The changes window, "Latest Changes": what the newest release of a channel contains, commit by commit. Owns its one
 // window and the threads that load for it; everything but those loads runs on the main thread.
 #pragma once

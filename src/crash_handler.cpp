@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The report, the dialog that offers to send it, and the handler that makes both.
 #include "crash_handler.h"
 

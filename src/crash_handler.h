@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The last words of the process: on a fatal signal, a report with a backtrace in a file, and an offer to mail it. Owns
 // the handlers of these signals, which run on the thread that faulted, and while one of them runs the alarm of the
 // process. Keeps no data, and needs nothing of the rest of the program.

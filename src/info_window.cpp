@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The rows and cards from the top of the window to its bottom, with the channel's selector among them, and last the
 // window around them.
 #include "info_window.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The overview window, "Settings": the channel that the tray follows, the running kernel, each channel's newest
 // version. Owns its one window. Main thread only; it changes the state's channel and saves nothing.
 #pragma once

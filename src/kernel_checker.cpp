@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // First the commands that all traffic goes through, then the version check, then a release's changes: where they lie,
 // their two forms, and the choice between them. The public functions stand last.
 #include "kernel_checker.h"

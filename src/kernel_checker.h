@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Everything that asks the net: the version check on the release site's front page, and the list of a release's
 // changes. Knows nothing of GTK, never writes a message; failure is an empty string, or a false `success` with words
 // for the user. The version check runs on the check thread alone, a changelog is fetched on any number of load threads.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Small helpers, the system's information, the installed kernels, the loaded modules and their details. The public
 // functions stand last.
 #include "local_system.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Everything that asks the machine: the sandbox around the program, the running and the installed kernels, the loaded
 // modules. Owns nothing and keeps nothing: each call reads anew. Main thread only; knows nothing of GTK and never
 // writes a message. What can't be opened is an empty string or list, with a note for the user where the window shows

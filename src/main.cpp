@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The two calls that are the program.
 #include "app.h"
 #include "crash_handler.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The addresses that the program asks and names: constants, for any thread. Each can be set by the CMake cache variable
 // of its name, so that an organisation with a mirror of its own builds its own Veldrin. One that would be used wrongly
 // does not compile.

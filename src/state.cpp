@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The lines of the state file, the reading of one and the writing of all, then the file itself.
 #include "state.h"
 

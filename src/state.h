@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What Veldrin remembers between runs: six strings in one small text file. The channels that it knows stand here, too,
 // once for all modules above. Main thread only, but for that table, which any thread may read; knows nothing of GTK or
 // of the net, and never reports a failure.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // First the pieces that both tabs use, then the System tab, the Modules tab, the bar that asks for a permission, and
 // last the window around them.
 #include "system_window.h"

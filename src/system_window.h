@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The system window, "System & Kernel Modules": what the machine runs, and every loaded module. Owns its one window and
 // the list of modules that it shows. Main thread only; reads the machine when it opens, at Reload and when a module is
 // selected, and blocks the main loop for as long as that takes.

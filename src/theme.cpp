@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The stylesheet first, then the functions in the order of the header.
 #include "theme.h"
 

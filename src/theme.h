@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The look that the windows share: one stylesheet, and the small widgets that are made of it. Owns the stylesheet's
 // provider. Main thread only; knows nothing of kernels but the names of the channels.
 #pragma once

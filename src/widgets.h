@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The small pieces that the windows share beside those of the theme: labels for texts of any length and any bytes,
 // boxes and margins, the way in which a window is closed. Inline functions that own nothing. Main thread only; knows
 // nothing of what the windows show.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Stands in for wget and curl where thousands of checks must not take hours. Copied into a folder under both names, it
  * gives the files beside it: `page`, `index` and `changelog`, with the text in `modified` as the page's date. */
 #define _GNU_SOURCE 1

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Saves and reads states by the program's own functions, thousands of times a second:
 //   state_driver save VALUE*12   saves two states in turn until it is killed; says so in one line before it begins
 //   state_driver load            prints the six values that load_state reads, each with its length in a line before it

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* A panel's tray of the old kind, for icons that are windows of X11. Prints "ready" once it is there, and then the name
  * of each window that asks for a place. */
 #include <X11/Xlib.h>

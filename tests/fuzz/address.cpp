@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Fuzzes what guards the shell: the check that an address passes, and the quoting of a header. What gets through is
 // handed to a real shell.
 #include "kernel_checker.cpp"

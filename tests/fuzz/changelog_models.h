@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Slow, literal readings of a ChangeLog text and of a feed, to compare the parsers with. A commit's lines are kept
 // until its end, and each element is searched in the whole entry.
 #pragma once

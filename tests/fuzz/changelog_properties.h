@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What must hold for both parsers of change logs.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Fuzzes the parser of ChangeLog texts, against a slow, literal one.
 #include "kernel_checker.cpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Fuzzes the search of the front page's versions, against a matcher by hand and, on pages small enough for it, against
 // the expressions of the C++ library.
 #include "kernel_checker.cpp"

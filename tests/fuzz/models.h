@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Slow, literal implementations of what several parsers share, to compare the real ones with.
 #pragma once
 

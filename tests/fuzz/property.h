@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the fuzz targets share: ways to require a property. One that does not hold ends the process, which is what a
 // fuzzer looks for.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Fuzzes the decoding of character references, against a slow, literal one.
 #include "kernel_checker.cpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Fuzzes the reading of the release index, against a slow, literal one.
 #include "kernel_checker.cpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Takes the place of the fuzzer's main() in builds without one: runs a target on every file of the given folders.
 #include "property.h"
 

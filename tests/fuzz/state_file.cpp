@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Fuzzes the reading of the state file, against a slow, literal one, and its way through a real file.
 #include "state.cpp"
 

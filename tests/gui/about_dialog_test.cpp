@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The About dialog: what it says, its logo, its licence text, its contact, what it is, and how it opens and closes.
 #include "tree.h"
 

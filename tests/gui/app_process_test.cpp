@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The applet as a process: the steps of its start, the signals that open windows, and what it prepares for the programs
 // that it runs.
 #include "app_support.h"

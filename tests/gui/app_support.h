@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the tests of the applet share: what stands in the place of other modules, a record of the steps that the applet
 // takes through the libraries, an applet without its thread, and main(). It defines functions of the program and of the
 // libraries, so one source of each program includes it.

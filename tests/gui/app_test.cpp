@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the applet shows and does: its first icon, its label, a check's result, the user's commands, the order of their
 // steps, the menu, the tray's pictures, and the thread that checks.
 #include "app_support.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the changes window makes of a result: the list of cards, the card of a failure, texts of any bytes, and then one
 // card with its kind, its tag and its author.
 #include "changes_window_support.h"

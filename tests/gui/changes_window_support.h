@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the tests of the changes window share: a site whose loads wait for the test's answers, what the tests see of
 // GTK's work, two commits, and the window's parts. It defines functions of the program and of GTK, so one source of
 // each program includes it. Main thread only, but for Site::fetch().

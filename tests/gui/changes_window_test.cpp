@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The changes window and its loads: what it is made of, how it opens, what it knows, a load from its start to its
 // result, results that come too late, how it closes, and where the keyboard's focus stays.
 #include "changes_window_support.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The settings window: what it is made of, how wide and high it grows, what a chosen channel changes, and how it opens
 // and closes.
 #include "tree.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs the tests of a program with windows. Each warning of a library is a failure.
 #include "tree.h"
 

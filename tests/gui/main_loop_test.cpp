@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How long the main loop sleeps: as long as it is told, without a turn in between.
 #include <gtest/gtest.h>
 

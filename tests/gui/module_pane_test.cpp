@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The modules' page of the system window, on a machine with many modules: what a pasted filter and a moving divider do
 // to what is in sight.
 #include "tree.h"

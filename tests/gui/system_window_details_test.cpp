@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The lower half of the system window's second page: the details of the selected module, and the divider that makes
 // room for them.
 #include "system_window_support.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The system window's second page: the table with its columns and orders, the filter and the status line, and Reload
 // with the list or the error that it brings.
 #include "system_window_support.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the tests of the system window share: a machine that answers from the tests' own data, what they see of GTK's
 // work, and the window's parts with what a user does to them. It defines functions of the program and of GTK, so one
 // source of each program includes it. Main thread only.

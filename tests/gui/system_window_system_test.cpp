@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The system window's first page: the running kernel, the system, and the installed kernels.
 #include "system_window_support.h"
 

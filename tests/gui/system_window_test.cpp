@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The system window as a whole: its widgets and its header, the permission bar, texts of any bytes, and at last how it
 // opens and closes.
 #include "system_window_support.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The look that the windows share: the stylesheet as it is read and as it works, the names of its classes, excerpts of
 // long texts, the small widgets, the header band, and the penguin.
 #include "tree.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the tests of the windows share: a tree of widgets written down as text, a way to find one widget in it, a main
 // loop that runs until something is true, and a watch over the libraries' warnings. Main thread only.
 #pragma once

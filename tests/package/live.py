@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Uses the installed package as an ordinary user does: the session's start brings the icon into a panel, the launcher
 and its actions open their windows in that one applet, and start one where none runs.
 

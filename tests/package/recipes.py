@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What snapcraft and flatpak-builder ask of their recipes, as far as it can be told without them. Each function returns
 what is wrong, one complaint for each fault."""
 

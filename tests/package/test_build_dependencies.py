@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Whoever builds the package installs what a build and the unit tests need; the profile asks for every test's needs."""
 
 import os

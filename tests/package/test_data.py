@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What is installed beside the program: desktop entries, metainfo, icons and manual say the same, and what is so."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The Flatpak's start asks the desktop's portal once to start it with the next session, and waits for nobody."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Every build that users run is fortified, and one whose builder knows better as the builder says."""
 
 import json

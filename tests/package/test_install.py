@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What an installation brings: the files that the Debian package is to hold, and none that the RPM's recipe forgets."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The recipes of the Snap and the Flatpak: they follow their formats' rules, and ask for what the applet needs."""
 
 import copy

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """tools/release, in copies of this checkout: what it refuses, what it writes, and what it makes."""
 
 import hashlib

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The release's archive: the project's own files and nothing that builds have left among them, byte by byte the same
 from each copy of the tree, and named by its checksum in the recipe for Arch."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Veldrin in the real panels of desktops: what each host of tray icons is known to do with it, found in the picture of
 the screen. A walk through a host is taken once, for all tests of that host; its pictures are in build/demo/panels."""
 

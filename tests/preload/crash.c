@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Lets something go wrong in the program at a place of the test's choice. Preloaded into veldrin, it takes over the
  * functions below; CRASH says what happens in which of them, a word for each: function=what or function=what:text, the
  * latter only where the function's first argument holds the text.

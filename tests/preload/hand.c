@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* A user's hand inside the program, for runs that open and close its windows thousands of times: closes windows as a
  * window manager does, presses buttons, and tells what the heap holds. Preloaded into veldrin, it takes one-line
  * commands from the pipe HAND_ASKED and writes one line for each to the pipe HAND_ANSWERS:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Kills veldrin within its first save of the state file. KILL_IN_SAVE says where: "opened" before any byte is written,
  * a number after so many bytes. The kernel hardly ever stops between two bytes of one write; a full disk or the loss of
  * power does. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Brings mishaps upon the program at a test's word. MISHAPS names a file of two 64-bit numbers: how many seconds the
  * wall clock is off, and whether the system has no room for another thread or process (not 0). */
 #define _GNU_SOURCE 1

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Lets the indicator library say something when the program makes its indicator, as newer versions of it do at each
  * start: a warning with the text NOTICE_TEXT in the log domain NOTICE_DOMAIN. */
 #define _GNU_SOURCE 1

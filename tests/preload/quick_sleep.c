@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Puts the program's clock in a test's hands. Preloaded into veldrin, it takes over the sleeps of exactly one second
  * (the steps of the pause between two checks) and of exactly three (the delay of the first check); all others stay.
  *

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Turns memory into rubbish when it is freed, and never hands it out again: what is used after its end is found, each
  * time. Preloaded into veldrin, for short runs, since nothing is given back. */
 #include <malloc.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Writes down each process that veldrin starts: the name of the C library's function and, where there is one, the
  * command or the program, a line for each in the file STARTED_PROCESSES. */
 #define _GNU_SOURCE 1

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Stands in for GVfs, which nearly every desktop has: a module of GIO that takes over the addresses of files as the
  * program first uses one. Like GVfs it asks for the session bus then, on that very thread and without a limit, and has
  * broken pipes ignored. GIO_EXTRA_MODULES names the folder in which it lies. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Lets a test look into the program's windows and use them, whatever display they are on. Preloaded into veldrin, it
  * listens on the socket that WINDOW_PROBE names, from the start of the main loop on. A connection brings one request
  * and takes one answer, records that end in RS, of fields that US parts:

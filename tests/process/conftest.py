@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What each test stands on: a display for all tests of a worker, and a session bus, a panel and a user of its own."""
 
 import contextlib

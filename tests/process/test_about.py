@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The about dialog from outside: what opens it, what goes on below it, and that it holds up the end."""
 
 import signal

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The windows for those who cannot see them and for those who have no mouse: every text is there for a screen reader,
 and the keyboard alone does everything."""
 

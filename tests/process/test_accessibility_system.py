@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The window "System & Kernel Modules" and the about dialog for those who cannot see them and for those who have no
 mouse."""
 

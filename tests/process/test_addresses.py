@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A builder's own addresses: those that would be used wrongly do not compile, and the compiler says why."""
 
 import re

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """docs/architecture.md and its picture against the source: who includes whom, in the table and in the arrows."""
 
 import re

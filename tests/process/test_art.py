@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The compiled-in pictures: what the committed pixel headers hold, and that they are what art/ gives."""
 
 import re

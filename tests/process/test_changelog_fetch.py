@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What a release contains, asked of the local copy of the site by the real wget and curl."""
 
 import json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What a check makes of label, icon and state file, and when the next one comes."""
 
 import pytest

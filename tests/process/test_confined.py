@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The applet in worlds that are laid out as a Flatpak and a Snap lay theirs out: the panel outside finds its icons, and
 what it has saved is there at its next start. The recipes of the packages say what a world shares with the machine."""
 

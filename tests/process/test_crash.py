@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Deaths by a fatal signal: the report that they leave, and that the signal itself still ends the process."""
 
 import re

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What the dying program leaves to the user: a question, an answer in the report, a mail."""
 
 import contextlib

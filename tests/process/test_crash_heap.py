@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Deaths by damage in the heap that the allocator itself meets. Where there are several threads it holds its lock then,
 and the signal's handler can't take that once more."""
 

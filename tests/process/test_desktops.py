@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Every window on both kinds of display, in the themes that GTK brings, at both scales: the libraries have nothing to
 complain of while it opens, is drawn, used and closed."""
 

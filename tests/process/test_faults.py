@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What becomes of the applet when something around it breaks."""
 
 import contextlib

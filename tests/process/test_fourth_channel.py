@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A channel more: whoever adds one is told by the compiler where else it belongs, and once it stands everywhere it
 compiles. The steps are those of CONTRIBUTING.md."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What the program puts right in the process that it is given."""
 
 import os

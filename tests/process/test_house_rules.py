@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """tests/form's own rules: each is seen to fail where it is broken, and none where a file only looks like it."""
 
 import subprocess
@@ -81,6 +82,28 @@ def test_what_only_looks_like_it_is_no_offence(tmp_path: Path):
         "art/a.svg": "x" * 130,
     }
     assert complaints(tmp_path, files) == []
+
+
+def test_a_file_that_does_not_name_its_licence_is_told(tmp_path: Path):
+    line = "SPDX-License-" + "Identifier: MIT"
+    files = {
+        ".reuse/dep5": "",
+        "docs/architecture.md": f"<!-- {line} -->\n\n{LAYERS}",
+        "src/low.h": f"// {line}\n",
+        "src/high.cpp": '#include "low.h"\n',
+        "tests/run": f"#!/bin/bash\n# {line}\n",
+        "tests/late": f"#!/bin/bash\n\n\n# {line}\n",
+        "tests/other": "# SPDX-License-" + "Identifier: GPL-2.0-only\n",
+        "LICENSES/MIT.txt": "",
+        "CMakePresets.json": "{}",
+        "debian/changelog": "",
+        "debian/rules": "",
+        "tests/fuzz/corpus/a/b": "",
+        "tools/demo.d/machine/version": "",
+        "tools/demo.d/machine/uname.c": "",
+    }
+    told = [complaint.split(":")[0] for complaint in complaints(tmp_path, files)]
+    assert told == ["debian/rules", "src/high.cpp", "tests/late", "tests/other", "tools/demo.d/machine/uname.c"]
 
 
 def test_what_is_not_tracked_does_not_count(tmp_path: Path):

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The three icon files that each start writes."""
 
 import pytest

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Nothing that comes from outside is ever a command, a markup or a format: a corpus of hostile texts goes through every
 string that the applet takes from the net, the machine, its environment and its own file."""
 

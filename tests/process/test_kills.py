@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A program killed in the middle of a save, and every way in which its file can be damaged."""
 
 from collections import Counter

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The label is told again a second after a panel has taken the icon: some panels miss it the first time."""
 
 import time

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What the program knows of the machine on which it runs, on machines of every kind."""
 
 import itertools

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Texts that no window has room for, in one line and in thousands: every window keeps to the display, on both kinds of
 display, and the libraries have nothing to complain of."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The tray menu and the command "Acknowledge Update"."""
 
 from stage.tools import page

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """How the program ends: by the menu, and by signals that end any program."""
 
 import signal

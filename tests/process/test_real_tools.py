@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Checks by the real wget and curl against the local copy of the release site."""
 
 import socket

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What the program reads from real pages, held against other readers of the same files: parsers of HTML, JSON and XML.
 
 The data are no part of the repository: VELDRIN_SAMPLES names their folder, which may also lie as `data` in a folder

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A session bus that is slow, or takes connections and never answers: what the start makes of it."""
 
 import contextlib

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The four signals that open windows: harmless to a running applet, deadly to one that still starts."""
 
 import errno

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The local copy of the kernel's site, asked by the real wget and curl with the commands that the applet uses."""
 
 from __future__ import annotations

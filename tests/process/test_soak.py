@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A short soak: what tests/robustness/soak does to one program for minutes."""
 
 import pytest

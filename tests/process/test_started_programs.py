@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What the programs see that the applet starts: its commands, what a link opens, the dialog after a crash. To bound the
 tries of wget it gives its commands a file of settings; nobody else may get to see that."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What the tray shows before anything was asked of the net, and how the program starts."""
 
 import pytest

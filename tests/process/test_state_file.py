@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Where the state file lies, what it holds and what becomes of a bad one."""
 
 from pathlib import Path

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What the program reads from real machines' files, held against other readers of the same files: a shell's word
 splitting, regular expressions, lsmod, and a reader of modinfo's output as a whole.
 

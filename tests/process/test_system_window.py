@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The system window of the running program: how it is opened, and what it starts."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """veldrin-window as installed, beside the real program: it starts one applet where none runs, and reaches that one."""
 
 import fcntl

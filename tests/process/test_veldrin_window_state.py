@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What veldrin-window says of the saved state: as the icon and the label would, whatever the file holds."""
 
 import json

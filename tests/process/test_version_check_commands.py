@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The command lines of a check, to the letter and in their order."""
 
 import pytest

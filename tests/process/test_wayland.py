@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What Wayland asks of a program beside what X11 does."""
 
 import re

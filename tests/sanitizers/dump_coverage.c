@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Writes down which lines the program has reached each time its main loop goes to sleep, and when a crash's report is
  * written: most tests end the program by a signal, and otherwise only an orderly end writes it. Linked into the program
  * in the build that records its coverage, where it stands in front of the C library's functions. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Tells the thread sanitizer of the one hand-over between threads that it can't see: what g_idle_add is given was
  * written before its callback reads it. GLib orders the two by locks of its own. Linked into what is built with that
  * sanitizer, where it stands in front of GLib's function. */

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The process behind KernelSite: it holds nginx, cgit and the proxy, and takes all of it away when its owner ends.
 
 Started by tests/stage/site.py only, with the owner's process id as its argument. Its standard input is a pipe that the

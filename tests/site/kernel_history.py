@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """An invented history of the kernel: git repositories and ChangeLog texts with the same content on every machine."""
 
 from __future__ import annotations

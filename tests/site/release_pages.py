@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The release table and what the site makes of it: the front page and releases.json."""
 
 from __future__ import annotations

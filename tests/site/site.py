@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """The site as a command. Python scripts take it from tests/stage/site.py."""
 
 from __future__ import annotations

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What every test, measurement and demonstration from outside stands on: a display, a session bus, a panel, a user with
 a search path, the program with its clock, and eyes and hands for its windows.
 

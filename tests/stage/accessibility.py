@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What a screen reader is told of the applet's windows, and what keys do in them: a desk with a keyboard, and a client
 of the accessibility bus."""
 

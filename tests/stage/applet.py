@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The applet under test, and the machine that starts it."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Calls on a D-Bus connection of our own."""
 
 from typing import Any

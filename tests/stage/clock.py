@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The program's sleeps, which end when the script says so."""
 
 import mmap

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A Wayland compositor for tests, and what the program has told it."""
 
 import re

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Deaths of the program by a fatal signal: the reports that they leave, and the children that they orphan."""
 
 import contextlib

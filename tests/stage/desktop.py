@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A virtual X display, and message buses."""
 
 from collections.abc import Mapping, Sequence

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The hand inside the program (hand.c), and what can be seen of the program's process from outside."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Kills in the middle of saves, and what is read of the files that they leave."""
 
 import random

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Machines of all kinds, each with what the program is to know of it: a plain one, in the sandboxes, and where nothing
 can be read. Each is a table, since most of a tree of files would be names alone."""
 

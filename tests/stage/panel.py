@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A panel of our own: StatusNotifier watcher and host, and a client of the items' menus."""
 
 import time

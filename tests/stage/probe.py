@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A look into the program's windows from outside, by window_probe.c."""
 
 import os

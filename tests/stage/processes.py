@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Programs that end with the script that started them, however it ends."""
 
 import contextlib

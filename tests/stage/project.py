@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Where the project and its build lie, and what both tell the tests."""
 
 import os

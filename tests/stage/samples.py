@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Real pages of the kernel's site, which are no part of the repository, where the machine has them."""
 
 import os

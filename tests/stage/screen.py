@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Pictures of a display."""
 
 import time

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The whole stage for a script from the command line: it ends with everything on it, however the script ends."""
 
 import signal

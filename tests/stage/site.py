@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The local copy of the kernel's site, for programs that speak to the real addresses. See tests/site/README.md."""
 
 from __future__ import annotations

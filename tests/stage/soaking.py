@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A soak: what a user's months do to one process, in minutes. Its rounds, its site and its judgement."""
 
 import json

@@ -1,4 +1,5 @@
 #!/bin/bash
+# SPDX-License-Identifier: MIT
 # Stands in for the download tool of whose name it is a link: records the call in the file `calls` beside it and gives
 # the newest of the `answers` whose pattern fits the command line; without one it fails as on a dead network.
 set -uo pipefail

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The network as a folder of recording stand-ins for wget and curl, and pages for them to give."""
 
 import shutil

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A user: home, saved state, and the environment that leads programs there and to the user's session."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Waiting for conditions. A wait serves the panel meanwhile, which lives in this process."""
 
 import time

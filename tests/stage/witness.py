@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A program in place of one that the applet starts, which writes down what it was started with."""
 
 import re

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Other machines: what the program finds at `/` while it looks around, a tree of files or the real one with changes."""
 
 import functools

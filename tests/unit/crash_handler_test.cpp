@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The crash handler: the names of signals, where the report lies, the dialog's language and script, how the handlers
 // are installed, how a handler and its alarm end, and what they leave alone.
 #include "crash_handler.cpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The ChangeLog text of a release: its commits, their lines, messages and line ends, and how many of them are kept.
 #include "kernel_checker_support.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The git browser's feed: character references, the elements of an entry, the entries with their authors, ids and
 // content, and how many of them are kept. At the end, texts of hostile sizes as a feed and as a ChangeLog.
 #include "kernel_checker_support.h"

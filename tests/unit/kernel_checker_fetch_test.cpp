@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The load of a changelog: which addresses it asks for, in which order, and what it makes of each answer. Then which
 // version it loads, where the text and the feed lie, and that nothing from the net runs as code.
 #include "kernel_checker_support.h"

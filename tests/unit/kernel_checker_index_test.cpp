@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the release index says of a channel: the addresses that may reach the shell, the end of a text without white
 // space, one value of the index, a channel's record in it, and the address that is guessed where it names none.
 #include "kernel_checker_support.h"

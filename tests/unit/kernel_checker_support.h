@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the tests of the kernel checker share: addresses, texts of hostile sizes, texts put together at random, change
 // logs written down as text, and two commits in each of the two forms that the net has them in. Test thread only.
 #pragma once

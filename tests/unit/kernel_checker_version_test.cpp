@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The version check, from its tools up: the records, shell commands, fetching an address, the check itself with its
 // conditional requests, the Last-Modified value, the front page's table, and the running kernel.
 #include "kernel_checker_support.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The kernel's modules: the lines of their list, the names that may reach the shell, and what modinfo tells of one.
 #include "support.h"
 

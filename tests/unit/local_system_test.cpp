@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading the machine: white space, whole files, sizes, sandboxes, how the kernel was built, the distribution's name,
 // the kernel's names, and the order of versions.
 #include "support.h"

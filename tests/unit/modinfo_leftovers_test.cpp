@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a run of modinfo leaves behind: nothing, whatever it printed and however it ended.
 #include "support.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Prints what the program reads from a file, so that readers of another make can be held against it:
 //   parse_dump page FILE LABEL...      each label's version
 //   parse_dump index FILE CHANNEL...   each channel's version, changelog address and release date

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The state file: where it lies, how it is written, how it is read, and the search of a key in it.
 #include "support.h"
 

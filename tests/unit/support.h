@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What several tests need: a folder of their own, an environment put back afterwards, tools of their own on the search
 // path that record how they were called. Test thread only.
 #pragma once

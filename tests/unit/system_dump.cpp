@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Prints what the program knows of the machine on which this runs, as one JSON object a line:
 //   system_dump system            all of SystemInfo
 //   system_dump modules           the error, and the list of modules

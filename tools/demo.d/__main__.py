@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Shows Veldrin at work and takes its pictures: the real program with the real wget and curl, in a real panel on a
 display of its own, against a local copy of the kernel's site. Needs no network.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The album: takes the pictures of a desktop, and remembers what each of them shows."""
 
 from pathlib import Path

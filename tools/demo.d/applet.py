@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The applet as its user sees it, and the program behind it on a machine of the demo's."""
 
 import contextlib

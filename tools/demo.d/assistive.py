@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Assistive technology at work on the program: it reads what shows, and presses it without a key or a pointer."""
 
 from __future__ import annotations

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The desktop around the applet: display, bus, window manager and panel, and the eyes and the mouse of its user."""
 
 import contextlib

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """How a demo fails: with a word about what is not as it should be."""
 
 from typing import NoReturn

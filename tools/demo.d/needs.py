@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What the demo needs of the machine, by Debian package."""
 
 import importlib.util

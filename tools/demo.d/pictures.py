@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Pictures of the screen, and what can be seen on them."""
 
 from collections.abc import Callable

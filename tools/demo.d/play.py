@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """One demo from its beginning to its end: the scenes in both themes, and what they leave in build/demo and docs/."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The scenes: what happens in each, and which pictures are taken of it."""
 
 from album import Album

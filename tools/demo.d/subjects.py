@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What is shown: releases, windows, channels, machines, and how each of them looks on the screen."""
 
 import signal

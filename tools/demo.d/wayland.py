@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The desktop on Wayland: a compositor without input, which lets itself be photographed."""
 
 import subprocess

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What is made before the scenes begin: the program, its preloads, icons, and the machines that it finds."""
 
 import configparser

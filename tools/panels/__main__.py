@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Which packages the hosts take, and the walks through them. Called by `run`.
 
     python3 tools/panels packages [HOST…]

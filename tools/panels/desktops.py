@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """How each desktop comes up, and how its panel alone goes and comes."""
 
 from __future__ import annotations

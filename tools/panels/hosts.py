@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The hosts of tray icons: which packages bring each, how its session starts, what it is known to do with an icon."""
 
 from __future__ import annotations

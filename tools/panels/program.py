@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The program under the walk: its network, its clock and its saved state."""
 
 from __future__ import annotations

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A desktop session on a display of its own: what a host stands on, and the eyes and the mouse of its user."""
 
 from __future__ import annotations

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The walks side by side: a table of what was seen, and the icons of all hosts on one sheet."""
 
 from __future__ import annotations

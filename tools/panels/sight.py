@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What a picture of the screen shows: the icon pixel by pixel, and text as who sits before the screen would read it."""
 
 from __future__ import annotations

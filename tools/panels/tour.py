@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """One walk after another, each by an ordinary user, and what they leave in build/demo/panels."""
 
 from __future__ import annotations

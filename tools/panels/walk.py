@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The walk through one host: what a user sees and clicks in the first days with Veldrin, written down and photographed.
 
     python3 walk.py HOST PROGRAM QUICK_SLEEP FOLDER

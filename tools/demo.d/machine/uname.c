@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Names the machine of the demo, so that its pictures are the same wherever they are taken. Preloaded into veldrin, and
  * into the window manager, which tells of windows from other machines. */
 #include <stdio.h>
