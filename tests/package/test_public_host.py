@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""What a public host reads: its jobs do no more than call the scripts that everybody calls, and each recipe has one; the
+"""What a public host reads: its jobs only call the scripts that everybody calls, and each recipe has one; the
 forms for bugs and wishes, and the container to develop in, have the form that is asked for."""
 
 import json
