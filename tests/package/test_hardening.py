@@ -9,6 +9,7 @@ from pathlib import Path
 import pytest
 
 ROOT = Path(__file__).resolve().parents[2]
+KINDS = ["MinSizeRel", "Release", "RelWithDebInfo"]
 
 
 def fortified(build: Path, *options: str) -> str | None:
@@ -27,12 +28,12 @@ def fortified(build: Path, *options: str) -> str | None:
     return levels[0] if levels else None
 
 
-@pytest.mark.parametrize("kind", ["Release", "RelWithDebInfo"])
+@pytest.mark.parametrize("kind", KINDS)
 def test_what_users_run_is_fortified(kind, tmp_path):
     assert fortified(tmp_path, f"-DCMAKE_BUILD_TYPE={kind}") == "2"
 
 
-@pytest.mark.parametrize("kind", ["Release", "RelWithDebInfo"])
+@pytest.mark.parametrize("kind", KINDS)
 def test_a_builder_that_sets_a_level_keeps_it(kind, tmp_path):
     flags = "-O2 -Wp,-D_FORTIFY_SOURCE=3"
     assert fortified(tmp_path, f"-DCMAKE_BUILD_TYPE={kind}", f"-DCMAKE_CXX_FLAGS={flags}") == "3"
@@ -42,6 +43,6 @@ def test_a_build_without_optimisation_is_not_warned_of_a_level_that_it_cannot_ke
     assert fortified(tmp_path, "-DCMAKE_BUILD_TYPE=Debug") is None
 
 
-@pytest.mark.parametrize("kind", ["Release", "RelWithDebInfo"])
+@pytest.mark.parametrize("kind", KINDS)
 def test_sanitizers_see_the_calls_that_a_level_would_hide(kind, tmp_path):
     assert fortified(tmp_path, f"-DCMAKE_BUILD_TYPE={kind}", "-DVELDRIN_SANITIZE=undefined") is None
