@@ -38,6 +38,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -165,6 +166,29 @@ void background_thread() {
     }
 }
 
+// ---- The user's theme -----------------------------------------------------------------------------------------------
+//
+// To read it is half of what a start computes, and a sixth of the memory at rest. A session may never open a window, so
+// GTK starts with a theme without rules (data/bare_theme.gresource.xml), and reads the user's for the first one.
+
+constexpr char THEME_VARIABLE[] = "GTK_THEME";
+
+/// Has GTK read the theme without rules. The variable must be set already: then its value changes in its place, and no
+/// thread that reads the environment meanwhile can meet a moved one.
+void put_off_theme() {
+    const std::string users = std::getenv(THEME_VARIABLE);
+    setenv(THEME_VARIABLE, "VeldrinBare", 1);
+    gtk_settings_get_default();
+    setenv(THEME_VARIABLE, users.c_str(), 1);
+}
+
+/// Has GTK read the user's theme, unless it has it.
+void bring_in_theme() {
+    static bool brought_in = false;
+    if (std::exchange(brought_in, true)) return;
+    g_object_notify(G_OBJECT(gtk_settings_get_default()), "gtk-theme-name");
+}
+
 // ---- Menu -----------------------------------------------------------------------------------------------------------
 
 /// The user has chosen another channel in the overview window. The icon follows stable, so it stays.
@@ -174,18 +198,22 @@ void on_channel_changed() {
 }
 
 void on_show_info(GtkMenuItem*, gpointer) {
+    bring_in_theme();
     show_info_window(g_state, on_channel_changed);
 }
 
 void on_show_changes(GtkMenuItem*, gpointer) {
+    bring_in_theme();
     show_changes_window(g_state);
 }
 
 void on_show_system(GtkMenuItem*, gpointer) {
+    bring_in_theme();
     show_system_window();
 }
 
 void on_about(GtkMenuItem*, gpointer) {
+    bring_in_theme();
     show_about_dialog();
 }
 
@@ -374,6 +402,8 @@ void keep_icons_of_gtks_tray() {
     static GtkStatusIcon* (*const fallback)(AppIndicator*) = indicator_class()->fallback;
     if (!fallback) return;
     indicator_class()->fallback = [](AppIndicator* indicator) {
+        // There the menu is shown by GTK, too.
+        bring_in_theme();
         GtkStatusIcon* icon = fallback(indicator);
         GList* windows = gtk_window_list_toplevels();
         for (const GList* window = windows; window; window = window->next) {
@@ -592,6 +622,9 @@ void prepare_process() {
     limit_wget_tries("SYSTEM_WGETRC", "/etc/wgetrc");
     // Some distributions install its successor under wget's name.
     limit_wget_tries("SYSTEM_WGET2RC", "/etc/wget2rc");
+    // For put_off_theme(). An empty one means none to GTK.
+    const char* theme = std::getenv(THEME_VARIABLE);
+    set_own_variable(THEME_VARIABLE, theme ? theme : "");
     give_variables_back_in_children();
     give_variables_back_to_links();
     block_window_signals();
@@ -606,6 +639,7 @@ void app_run(int argc, char** argv) {
     connect_to_session_bus();
 
     gtk_init(&argc, &argv);
+    put_off_theme();
     gtk_window_set_default_icon_name("org.veldrin.Veldrin");
     name_windows();
     // Numbers are read and written with a point, whatever the user's locale.
