@@ -62,6 +62,22 @@ guint g_label_repeat = 0;
 
 // ---- Tray icons -----------------------------------------------------------------------------------------------------
 
+void save_by_cairo(GdkPixbuf* icon, const char* path) {
+    cairo_surface_t* surface = gdk_cairo_surface_create_from_pixbuf(icon, 1, nullptr);
+    cairo_surface_write_to_png(surface, path);
+    cairo_surface_destroy(surface);
+}
+
+/// Writes an opaque icon as a PNG file. Since 2.44, gdk-pixbuf leaves pictures to a process of its own, which stays and
+/// wakes this one three times a second. There cairo writes the same pixels.
+void save_icon(GdkPixbuf* icon, const char* path) {
+    if (gdk_pixbuf_minor_version < 44) {
+        gdk_pixbuf_save(icon, path, "png", nullptr, nullptr);
+    } else {
+        save_by_cairo(icon, path);
+    }
+}
+
 /// Draws the penguin on a square of the given colour and writes it as a PNG file named `filename`, without extension.
 void create_tray_icon(const char* filename, guint8 r, guint8 g, guint8 b) {
     const int SIZE = 22;
@@ -92,7 +108,7 @@ void create_tray_icon(const char* filename, guint8 r, guint8 g, guint8 b) {
     }
 
     const std::string path = g_icon_dir + "/" + filename;
-    gdk_pixbuf_save(icon, path.c_str(), "png", nullptr, nullptr);
+    save_icon(icon, path.c_str());
     g_object_unref(icon);
 }
 

@@ -3,6 +3,8 @@
 // steps, the menu, the tray's pictures, and the thread that checks.
 #include "app_support.h"
 
+#include <cstring>
+
 namespace {
 
 // ---- First icon ----
@@ -350,6 +352,30 @@ TEST_F(Icons, ShowTheLettersWherePicturesFail) {
     // The letters stand on row 17, and row 21 is of one colour.
     for (int x = 0; x < 22; ++x) EXPECT_EQ(pixel(icon, x, 21)[0], 240);
     g_object_unref(icon);
+}
+
+TEST_F(Icons, AreTheSameByEitherLibrary) {
+    create_tray_icon("tux-test", 60, 180, 60);
+    GdkPixbuf* icon = read("tux-test");
+    ASSERT_TRUE(icon);
+    save_by_cairo(icon, (folder.path() / "tux-cairo").c_str());
+    GdkPixbuf* again = gdk_pixbuf_new_from_file((folder.path() / "tux-cairo").c_str(), nullptr);
+    ASSERT_TRUE(again);
+    // Cairo leaves out an alpha that says nothing.
+    GdkPixbuf* with_alpha = gdk_pixbuf_add_alpha(again, FALSE, 0, 0, 0);
+    for (int y = 0; y < 22; ++y) {
+        for (int x = 0; x < 22; ++x) EXPECT_EQ(std::memcmp(pixel(icon, x, y), pixel(with_alpha, x, y), 4), 0);
+    }
+    g_object_unref(with_alpha);
+    g_object_unref(again);
+    g_object_unref(icon);
+}
+
+TEST_F(Icons, AreSilentlyNotWrittenByEitherLibraryWithoutAFolder) {
+    GdkPixbuf* icon = gdk_pixbuf_new(GDK_COLORSPACE_RGB, TRUE, 8, 22, 22);
+    save_by_cairo(icon, (folder.path() / "missing" / "tux-test").c_str());
+    g_object_unref(icon);
+    EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
 }
 
 TEST_F(Icons, AreSilentlyNotWrittenWithoutAFolder) {
