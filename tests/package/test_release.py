@@ -247,7 +247,8 @@ def test_a_list_of_what_it_holds_comes_with_it(released):
 
 
 def test_what_is_left_to_a_person_is_printed(released):
-    assert "Left to a person:" in released[1]
+    assert "Left to a person (docs/distributions.md says more):" in released[1]
+    assert (ROOT / "docs/distributions.md").is_file()
 
 
 # ---- Without consequences ----
