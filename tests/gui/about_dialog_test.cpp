@@ -152,12 +152,12 @@ class AboutDialog : public testing::Test {
 
 // ---- What it says ---------------------------------------------------------------------------------------------------
 
-/// Kept on purpose: v1.3 here, while a crash report says 1.2.
+/// Kept on purpose: the release here, while a crash report says 1.2.
 TEST_F(AboutDialog, NamesProgramVersionAndPurpose) {
     look([](GtkWidget* dialog) {
         auto* about = GTK_ABOUT_DIALOG(dialog);
         EXPECT_EQ(text_of(gtk_about_dialog_get_program_name(about)), "Veldrin");
-        EXPECT_EQ(text_of(gtk_about_dialog_get_version(about)), "v1.3");
+        EXPECT_EQ(text_of(gtk_about_dialog_get_version(about)), "v" VELDRIN_VERSION);
         EXPECT_EQ(text_of(gtk_about_dialog_get_comments(about)), "Monitors Linux kernel releases from Kernhaven");
     });
 }
@@ -471,7 +471,9 @@ TEST_F(AboutDialog, FirstDialogClosedFirstWaitsForTheSecond) {
 TEST_F(AboutDialog, IsBuiltAnewEachTime) {
     look([](GtkWidget* dialog) { gtk_about_dialog_set_version(GTK_ABOUT_DIALOG(dialog), "changed"); });
     g_run.clear();
-    look([](GtkWidget* dialog) { EXPECT_EQ(text_of(gtk_about_dialog_get_version(GTK_ABOUT_DIALOG(dialog))), "v1.3"); });
+    look([](GtkWidget* dialog) {
+        EXPECT_EQ(text_of(gtk_about_dialog_get_version(GTK_ABOUT_DIALOG(dialog))), "v" VELDRIN_VERSION);
+    });
 }
 
 TEST_F(AboutDialog, LeavesNoWidgetBehind) {

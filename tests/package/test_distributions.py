@@ -68,18 +68,22 @@ def test_the_source_package_unpacks_to_this_tree(source):
     assert compared.stdout == ""
 
 
-def test_debian_finds_new_releases_where_they_are_put(tmp_path):
+def test_debian_finds_new_releases_where_they_are_put():
     watch = text("debian/watch")
     assert "\nversion=4\n" in watch
     folder, pattern = re.search(r"^(https://\S+) (\S+)$", watch, re.MULTILINE).groups()
     # As uscan(1) says what these stand for.
-    for name, meaning in (("@PACKAGE@", "veldrin"), ("@ANY_VERSION@", r"[-_]?[Vv]?(\d[\-+\.:\~\da-zA-Z]*)"),
-                          ("@ARCHIVE_EXT@", r"(?i)(?:\.(?:tar\.xz|tar\.bz2|tar\.gz|tar\.zstd?|zip|tgz|tbz|txz))")):  # fmt: skip
+    meanings = {
+        "@PACKAGE@": "veldrin",
+        "@ANY_VERSION@": r"[-_]?[Vv]?(\d[\-+\.:\~\da-zA-Z]*)",
+        "@ARCHIVE_EXT@": r"(?:\.(?:tar\.xz|tar\.bz2|tar\.gz|tar\.zstd?|zip|tgz|tbz|txz))",
+    }
+    for name, meaning in meanings.items():
         pattern = pattern.replace(name, meaning)
     arch = re.search(r'^source=\("(.*)"\)$', text("packaging/arch/PKGBUILD"), re.MULTILINE)[1]
     assert arch.startswith(folder)
     released = arch.removeprefix(folder).replace("$pkgname", "veldrin").replace("$pkgver", "1.4.2")
-    assert re.fullmatch(pattern.replace("(?i)", ""), released)[1] == "1.4.2"
+    assert re.fullmatch(pattern, released)[1] == "1.4.2"
 
 
 def test_debians_control_has_what_a_reviewer_looks_for():

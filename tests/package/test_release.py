@@ -14,6 +14,7 @@ import pytest
 ROOT = Path(__file__).resolve().parents[2]
 DERIVED = [
     "data/org.veldrin.Veldrin.metainfo.xml",
+    "CMakeLists.txt",
     "debian/changelog",
     "packaging/arch/PKGBUILD",
     "packaging/rpm/veldrin.spec",
@@ -177,6 +178,19 @@ def test_the_version_stands_in_every_file(released):
     assert "\nVersion:        1.4\n" in text_of(released, "packaging/rpm/veldrin.spec")
     assert '\nversion: "1.4"\n' in text_of(released, "packaging/snap/snapcraft.yaml")
     assert 'gtk_about_dialog_set_version(about, "v1.4");' in text_of(released, "src/about_dialog.cpp")
+    assert "\nproject(veldrin VERSION 1.4 LANGUAGES C CXX)\n" in text_of(released, "CMakeLists.txt")
+
+
+def test_the_released_trees_own_test_finds_one_version(released):
+    test = "tests/package/test_data.py::test_the_version_is_the_same_everywhere"
+    done = run(released[0], "/usr/bin/python3", "-m", "pytest", "-q", "-p", "no:cacheprovider", test)
+    assert done.returncode == 0, done.stdout
+
+
+def test_no_test_waits_for_the_last_version():
+    (version,) = re.findall(r'set_version\(about, "(v.*)"\)', (ROOT / "src/about_dialog.cpp").read_text())
+    found = git(ROOT, "grep", "--fixed-strings", "--name-only", f'"{version}"')
+    assert found.splitlines() == ["src/about_dialog.cpp"]
 
 
 def test_the_notes_stand_in_every_changelog(released):
@@ -241,9 +255,48 @@ def test_the_checksum_is_that_of_the_archive(released):
 
 
 def test_a_list_of_what_it_holds_comes_with_it(released):
+    copy, _ = released
     bill = text_of(released, "build/release/veldrin-1.4.spdx")
     assert bill.startswith("SPDXVersion: ")
-    assert "FileName: ./src/main.cpp" in bill
+    records = re.findall(r"^FileName: \./(.*)\nSPDXID: .*\nFileChecksum: SHA1: (.*)$", bill, re.MULTILINE)
+    with tarfile.open(copy / "build/release/veldrin-1.4.tar.gz") as archive:
+        packed = {
+            file.name.removeprefix("veldrin-1.4/"): archive.extractfile(file).read()
+            for file in archive
+            if file.isfile()
+        }
+    # Texts of licences need none, nor do files without a byte.
+    wanted = {
+        name: hashlib.sha1(content).hexdigest()
+        for name, content in packed.items()
+        if content and not re.match(r"LICENSE|\.reuse/", name)
+    }
+    assert dict(records) == wanted
+    assert bill.count("\nLicenseInfoInFile: MIT\n") == len(records) == bill.count("2026 the Veldrin developers")
+
+
+def test_the_list_names_nothing_that_only_lies_in_the_checkout(copy):
+    (copy / ".git/info/exclude").write_text("notes\n")
+    (copy / "notes").write_text("mine")
+    done = release(copy, "1.4")
+    assert done.returncode == 0, done.stderr
+    bill = (copy / "build/release/veldrin-1.4.spdx").read_text()
+    assert "FileName: ./notes" not in bill
+    assert "\nDocumentName: veldrin-1.4\n" in bill
+
+
+def test_a_machine_that_cannot_list_licences(copy, tmp_path):
+    tools = tmp_path / "tools"
+    tools.mkdir()
+    for tool in ("git", "gzip"):
+        (tools / tool).symlink_to(shutil.which(tool))
+    before = git(copy, "rev-parse", "HEAD")
+    done = subprocess.run(
+        ["/usr/bin/python3", copy / "tools/release", "1.4"], env={"PATH": str(tools)}, capture_output=True, text=True
+    )
+    assert (done.returncode, done.stdout) == (1, "")
+    assert "reuse is not installed" in done.stderr
+    assert git(copy, "rev-parse", "HEAD") == before
 
 
 def test_what_is_left_to_a_person_is_printed(released):

@@ -21,8 +21,10 @@ from stage.accessibility import (
 )
 from stage.applet import Applet, Machine
 from stage.project import site
+from stage.project import version as built_version
 from stage.world import Module, machine_with_modules
 
+VERSION = f"v{built_version()}"
 RELEASE = os.uname().release
 MACHINE = os.uname().machine
 OS_RELEASE = 'PRETTY_NAME="Skua 24"\n'
@@ -563,7 +565,7 @@ def opened(machine: Machine) -> Callable[[], str]:
 
 
 def test_about_reads_out_every_text(about):
-    reads(about, "About Veldrin", "Veldrin", "v1.3", COMMENTS, WEBSITE_LABEL, COPYRIGHT, CONTACT, "License", "Close")
+    reads(about, "About Veldrin", "Veldrin", VERSION, COMMENTS, WEBSITE_LABEL, COPYRIGHT, CONTACT, "License", "Close")
 
 
 def test_about_keys_reach_everything(about, desk):
@@ -572,7 +574,7 @@ def test_about_keys_reach_everything(about, desk):
     stops = stops[first:] + stops[:first]
     assert described(stops) == [
         ("label", "Veldrin"),
-        ("label", "v1.3"),
+        ("label", VERSION),
         ("label", COMMENTS),
         ("label", WEBSITE_LABEL),
         ("label", COPYRIGHT),

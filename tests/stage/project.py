@@ -49,3 +49,8 @@ def instruments() -> dict[str, str]:
 def site(name: str) -> str:
     """An address as src/sites.h has it."""
     return re.search(rf'#define {name} "([^"]+)"', (ROOT / "src" / "sites.h").read_text())[1]
+
+
+def version() -> str:
+    """The version that is built."""
+    return re.search(r"^project\(veldrin VERSION (\S+)", (ROOT / "CMakeLists.txt").read_text(), re.MULTILINE)[1]
