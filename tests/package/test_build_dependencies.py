@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""Whoever builds the package installs what a build and the unit tests need; the profile asks for every test's needs."""
+"""Whoever builds the package installs what a build and the unit tests need; one profile asks for every test's needs,
+another for those of the packages' own."""
 
 import os
 import re
@@ -10,6 +11,7 @@ import pytest
 
 ROOT = Path(__file__).resolve().parents[2]
 PROFILE = "pkg.veldrin.alltests"
+PACKAGES = "pkg.veldrin.packages"
 
 
 def control() -> list[str]:
@@ -18,7 +20,7 @@ def control() -> list[str]:
 
 
 def test_all_but_a_builds_own_needs_are_the_profiles():
-    kinds = {"": [], "!nocheck": [], PROFILE: []}
+    kinds = {"": [], "!nocheck": [], PROFILE: [], PACKAGES: []}
     for entry in control():
         name, _, kind = entry.partition("<")
         kinds[kind.removesuffix(">")].append(name.strip())
@@ -28,11 +30,12 @@ def test_all_but_a_builds_own_needs_are_the_profiles():
     ]  # fmt: skip
     assert kinds["!nocheck"] == ["libgtest-dev"]
     assert {"xvfb", "zenity", "python3-pytest", "lintian", "rpmlint"} <= set(kinds[PROFILE])
+    assert {"autopkgtest", "makepkg", "pacman-package-manager", "piuparts"} <= set(kinds[PACKAGES])
 
 
 def asked_of_apt(function: str, tmp_path: Path) -> list[str]:
     """How one of the tools' functions asks apt for what is missing."""
-    script = f'. "{ROOT}/tools/common"; apt_install() {{ echo "$*"; }}; {function}'
+    script = f'. "{ROOT}/tests/package/common"; apt_install() {{ echo "$*"; }}; {function}'
     result = subprocess.run(["bash", "-euc", script], capture_output=True, text=True, check=True, cwd=tmp_path)
     return [line.replace(str(ROOT), ".") for line in result.stdout.splitlines() if line.startswith("build-dep")]
 
@@ -40,7 +43,8 @@ def asked_of_apt(function: str, tmp_path: Path) -> list[str]:
 @pytest.mark.parametrize(
     ("function", "words"),
     [("install_for_building", "build-dep -P nocheck ."), ("install_for_packaging", "build-dep ."),
-     ("install_for_testing", f"build-dep -P {PROFILE} .")],
+     ("install_for_testing", f"build-dep -P {PROFILE} ."),
+     ("install_for_packages", f"build-dep -P {PROFILE},{PACKAGES} .")],
 )  # fmt: skip
 def test_each_tool_asks_for_as_much_as_it_needs(function, words, tmp_path):
     assert asked_of_apt(function, tmp_path) == [words]
