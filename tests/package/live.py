@@ -52,7 +52,8 @@ def command(file: Path, group: str) -> list[str]:
 
 
 class Session(User):
-    def __init__(self, folder: Path, stack: ExitStack) -> None:
+    def __init__(self, folder: Path, stack: ExitStack, program: str = PROGRAM) -> None:
+        self.program = program
         # The search path is a user's, but for the tools that would ask the net.
         tools = Tools(folder / "tools")
         tools.publish(page(stable="7.2.4"))
@@ -91,7 +92,7 @@ class Session(User):
         found = []
         for process in Path("/proc").glob("[0-9]*"):
             try:
-                if process.stat().st_uid == os.getuid() and os.readlink(process / "exe") == PROGRAM:
+                if process.stat().st_uid == os.getuid() and os.readlink(process / "exe") == self.program:
                     found.append(int(process.name))
             except OSError:
                 continue  # it has ended
