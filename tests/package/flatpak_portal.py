@@ -29,7 +29,12 @@ INTERFACES = """<node>
 <arg type="s" name="app_id" direction="in"/><arg type="b" name="enable" direction="in"/>
 <arg type="as" name="commandline" direction="in"/><arg type="u" name="flags" direction="in"/>
 <arg type="b" name="result" direction="out"/></method><signal name="RunningApplicationsChanged"/></interface>
+<interface name="org.freedesktop.impl.portal.Settings"><method name="ReadAll">
+<arg type="as" name="namespaces" direction="in"/><arg type="a{sa{sv}}" name="value" direction="out"/></method>
+<signal name="SettingChanged"><arg type="s"/><arg type="s"/><arg type="v"/></signal></interface>
 </node>"""
+# What programs ask by themselves, and the type of the answer.
+NOTHING = {"GetAppState": "(a{sv})", "ReadAll": "(a{sa{sv}})"}
 # Milliseconds. Whoever asks has long gone by then.
 THOUGHT = 2000
 
@@ -37,8 +42,8 @@ told = Path(sys.argv[1])
 
 
 def asked(connection, sender, path, interface, method, parameters, invocation) -> None:
-    if method == "GetAppState":
-        invocation.return_value(GLib.Variant("(a{sv})", ({},)))
+    if method in NOTHING:
+        invocation.return_value(GLib.Variant(NOTHING[method], ({},)))
         return
     with told.open("a") as file:
         print(method, parameters.unpack(), file=file)

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""Writes the Flatpak's manifest such that it is built without the net, as JSON: the modules that applications share come
-from archives of Debian's, and so does what has an address. All else stays as the manifest says.
+"""Writes the Flatpak's manifest such that it is built without the net, as JSON: the modules that applications share
+come from archives of Debian's, and so does what has an address. All else stays as the manifest says.
 
     local_manifest.py MANIFEST FOLDER      of the archives
 """
