@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """The desktop's half of the real portal: a user who agrees to all that is asked, after some thought. Writes down each
 question, and says on its output that it is there.
 

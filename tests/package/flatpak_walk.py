@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Walks through the installed Flatpak as an ordinary user in a session with a panel, a portal, a browser and a screen
 reader's ears. Each step tells what was seen; the first that is not as it should be ends the walk.
 

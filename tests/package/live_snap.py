@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Uses the Snap as an ordinary user does: its first start asks snapd to start it with the next session, and snapd does
 so, by its own rule, until the user removes the entry.
 

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Writes the Flatpak's manifest such that it is built without the net, as JSON: the modules that applications share
 come from archives of Debian's, and so does what has an address. All else stays as the manifest says.
 

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Starts the Snap's program as `snap run` does, with the Snap's own folders and chain of commands, but without its
 confinement, which takes a running snapd. It stands where snapd puts the command for users."""
 

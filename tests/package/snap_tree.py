@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Lays out the tree of the Snap as snapcraft does from its recipe, as far as that takes nothing from Ubuntu: it builds
 the program with the recipe's own parameters and script, and writes what snapd reads. What snapcraft would unpack beside
 it, the packages of stage-packages and the extension's libraries, must be on the system.
