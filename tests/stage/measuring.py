@@ -8,12 +8,18 @@ import sys
 import tempfile
 import time
 from collections.abc import Iterator, Sequence
-from contextlib import contextmanager
+from contextlib import contextmanager, suppress
 from dataclasses import dataclass
 from pathlib import Path
 
 from stage.applet import Machine
 from stage.waiting import let_pass, wait_until
+
+
+# A program that does not wait for its bus, as few do, loses its icon now and then: the indicator library asks for the
+# bus twice, and drops the icon if the second answer comes late.
+TRIES = 3
+PATIENCE = 5.0  # seconds
 
 
 @dataclass(frozen=True)
@@ -26,33 +32,41 @@ class Running:
     computed: float
 
 
+def end(process: subprocess.Popen) -> None:
+    """Ends it and all that it has started."""
+    for pid in reversed(family(process.pid)):
+        try:
+            os.kill(pid, 9)
+        except ProcessLookupError:
+            pass
+    process.wait()
+
+
 @contextmanager
 def running(machine: Machine, command: Sequence[str], **environment: str) -> Iterator[Running]:
     """Starts the command and waits for its item. It and all that it has started end behind this."""
     items = machine.panel.items
-    known = len(items)
-    begun = time.monotonic()
-    process = subprocess.Popen(
-        command,
-        cwd=machine.folder,
-        env={**machine.environment, **environment},
-        stdin=subprocess.DEVNULL,
-        stdout=subprocess.DEVNULL,
-        stderr=subprocess.DEVNULL,
-        start_new_session=True,
-    )
-    try:
-        wait_until(lambda: len(items) > known or process.poll() is not None, f"the icon of {command[0]}")
-        if len(items) == known:
-            sys.exit(f"{command[0]} shows no icon")
-        yield Running(process.pid, items[known].registered - begun, own_time(process.pid))
-    finally:
-        for pid in reversed(family(process.pid)):
-            try:
-                os.kill(pid, 9)
-            except ProcessLookupError:
-                pass
-        process.wait()
+    for _ in range(TRIES):
+        known = len(items)
+        begun = time.monotonic()
+        process = subprocess.Popen(
+            command,
+            cwd=machine.folder,
+            env={**machine.environment, **environment},
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.DEVNULL,
+            stderr=subprocess.DEVNULL,
+            start_new_session=True,
+        )
+        try:
+            with suppress(AssertionError):
+                wait_until(lambda: len(items) > known or process.poll() is not None, "the icon", PATIENCE)
+            if len(items) > known:
+                yield Running(process.pid, items[known].registered - begun, own_time(process.pid))
+                return
+        finally:
+            end(process)
+    sys.exit(f"{command[0]} shows no icon")
 
 
 def family(pid: int) -> list[int]:
