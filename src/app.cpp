@@ -192,7 +192,8 @@ constexpr char THEME_VARIABLE[] = "GTK_THEME";
 /// Has GTK read the theme without rules. The variable must be set already: then its value changes in its place, and no
 /// thread that reads the environment meanwhile can meet a moved one.
 void put_off_theme() {
-    const std::string users = std::getenv(THEME_VARIABLE);
+    const char* set = std::getenv(THEME_VARIABLE);
+    const std::string users = set ? set : "";
     setenv(THEME_VARIABLE, "VeldrinBare", 1);
     gtk_settings_get_default();
     setenv(THEME_VARIABLE, users.c_str(), 1);
