@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: MIT
+// When a frame is painted, by the clock on the wall, for the benchmarks. Main thread only.
+#pragma once
+
+#include <gtk/gtk.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <vector>
+
+using Clock = std::chrono::steady_clock;
+
+inline double since(Clock::time_point start) {
+    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+/// Runs the main loop until `done`, or ends the process when that takes a minute.
+inline void run_until(const std::function<bool()>& done) {
+    const Clock::time_point start = Clock::now();
+    while (!done()) {
+        if (since(start) > 60'000) {
+            std::fprintf(stderr, "nothing is drawn\n");
+            std::exit(1);
+        }
+        g_main_context_iteration(nullptr, FALSE);
+    }
+}
+
+/// Runs the main loop until it has nothing left to do for a while.
+inline void settle() {
+    for (Clock::time_point idle = Clock::now(); since(idle) < 60;) {
+        if (g_main_context_iteration(nullptr, FALSE)) idle = Clock::now();
+    }
+}
+
+inline gboolean on_draw(GtkWidget*, cairo_t*, gpointer drawn) {
+    *static_cast<bool*>(drawn) = true;
+    return FALSE;
+}
+
+/// Runs the main loop until the frame in which `window` is drawn is painted.
+inline void wait_for_frame(GtkWidget* window) {
+    bool drawn = false;
+    bool painted = false;
+    struct Both {
+        bool* drawn;
+        bool* painted;
+    } both{&drawn, &painted};
+    gtk_widget_realize(window);
+    GdkFrameClock* frames = gtk_widget_get_frame_clock(window);
+    const gulong draw = g_signal_connect_after(window, "draw", G_CALLBACK(on_draw), &drawn);
+    const auto after_paint = +[](GdkFrameClock*, gpointer data) {
+        auto* seen = static_cast<Both*>(data);
+        *seen->painted = *seen->drawn;
+    };
+    const gulong paint = g_signal_connect(frames, "after-paint", G_CALLBACK(after_paint), &both);
+    run_until([&] { return painted; });
+    g_signal_handler_disconnect(window, draw);
+    g_signal_handler_disconnect(frames, paint);
+}
+
+inline double median(std::vector<double> values) {
+    std::ranges::sort(values);
+    return values[values.size() / 2];
+}

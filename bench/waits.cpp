@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: MIT
+// Times what a user waits for: from the click on Refresh until the frame with the commits is painted, the site asked by
+// the real wget. Beside it, in turn with it, the same two wgets alone, and bare widgets with the same texts. bench/waits
+// sets the site up and runs this.
+//
+//   bench_waits VERSION ROUNDS      prints the milliseconds of each round: ours, the reference
+#include "bare.h"
+#include "changes_window.cpp"
+#include "frames.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+namespace {
+
+/// Reads all that a command line prints, as the program does.
+size_t read_command(const std::string& command) {
+    FILE* pipe = popen(command.c_str(), "r");
+    if (!pipe) std::exit(1);
+    std::string text;
+    char part[65536];
+    while (const size_t count = fread(part, 1, sizeof part, pipe)) text.append(part, count);
+    pclose(pipe);
+    return text.size();
+}
+
+bool loading() {
+    return !gtk_widget_get_sensitive(changes_refresh);
+}
+
+void wait_for_load() {
+    while (loading()) g_main_context_iteration(nullptr, TRUE);
+    wait_for_frame(changes_win);
+}
+
+double time_refresh() {
+    const Clock::time_point start = Clock::now();
+    gtk_button_clicked(GTK_BUTTON(changes_refresh));
+    wait_for_load();
+    return since(start);
+}
+
+/// The same addresses as the program asks.
+double time_reference(const ChangeLog& log, const std::vector<CardTexts>& cards) {
+    BareChanges bare = bare_changes();
+    gtk_widget_show_all(bare.window);
+    settle();
+    const Clock::time_point start = Clock::now();
+    const std::string major = log.version.substr(0, log.version.find('.'));
+    const std::string wget = "wget -qO- --timeout=15 '";
+    const std::string index = wget + VELDRIN_RELEASE_SITE "releases.json' 2>/dev/null";
+    const std::string text =
+        wget + VELDRIN_RELEASE_CDN "pub/linux/kernel/v" + major + ".x/ChangeLog-" + log.version + "' 2>/dev/null";
+    if (read_command(index) == 0 || read_command(text) == 0) {
+        std::fprintf(stderr, "the site does not answer\n");
+        std::exit(1);
+    }
+    for (const CardTexts& card : cards) gtk_box_pack_start(GTK_BOX(bare.list), bare_card(card), FALSE, FALSE, 0);
+    gtk_widget_show_all(bare.list);
+    wait_for_frame(bare.window);
+    const double time = since(start);
+    gtk_widget_destroy(bare.window);
+    settle();
+    return time;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    gtk_init(&argc, &argv);
+    if (argc != 3) return 2;
+    AppState state;
+    state.channel = "stable";
+    state.stable = argv[1];
+    const ChangeLog log = fetch_changelog("stable", state.stable);
+    std::vector<CardTexts> cards;
+    std::vector<std::string> metas(log.entries.size());
+    for (size_t i = 0; i < log.entries.size(); ++i) {
+        const ChangeEntry& e = log.entries[i];
+        metas[i] = author_name(e.author) + "  ·  " + e.date;
+        cards.push_back({"net", e.subject.c_str(), e.body.c_str(), metas[i].c_str(), e.id.c_str()});
+    }
+    show_changes_window(state);
+    wait_for_load();
+    for (int round = 0; round < std::atoi(argv[2]); ++round) {
+        settle();
+        const double ours = time_refresh();
+        std::printf("%.2f %.2f\n", ours, time_reference(log, cards));
+    }
+    return log.success ? 0 : 1;
+}
