@@ -89,14 +89,15 @@ class Session(User):
 
     def applets(self) -> list[int]:
         """The user's processes that run the installed program."""
-        found = []
+        found = {}
         for process in Path("/proc").glob("[0-9]*"):
             try:
                 if process.stat().st_uid == os.getuid() and os.readlink(process / "exe") == self.program:
-                    found.append(int(process.name))
+                    found[int(process.name)] = int((process / "stat").read_text().rpartition(")")[2].split()[1])
             except OSError:
                 continue  # it has ended
-        return found
+        # An applet's child is the applet's command in a moment.
+        return [number for number, parent in found.items() if parent not in found]
 
 
 @contextmanager
