@@ -4,6 +4,7 @@
 
 #include <gtk/gtk.h>
 
+#include <time.h>
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -15,6 +16,13 @@ using Clock = std::chrono::steady_clock;
 
 inline double since(Clock::time_point start) {
     return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+/// Returns the milliseconds that this thread has worked. What other programs do shows in it only little.
+inline double worked() {
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) / 1e6;
 }
 
 /// Runs the main loop until `done`, or ends the process when that takes a minute.
@@ -65,4 +73,13 @@ inline void wait_for_frame(GtkWidget* window) {
 inline double median(std::vector<double> values) {
     std::ranges::sort(values);
     return values[values.size() / 2];
+}
+
+/// The fastest round is the one that other programs disturbed least.
+inline double least(const std::vector<double>& values) {
+    return *std::ranges::min_element(values);
+}
+
+inline const char* verdict(bool met) {
+    return met ? "met" : "MISSED";
 }

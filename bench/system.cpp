@@ -4,9 +4,10 @@
 // types a word into the filter over 1,000 modules, letter by letter, and deletes it again.
 //
 //   bench_system [ROUNDS]      on a display, such as that of tests/gui/with-display; 15 rounds by default
+#include "frames.h"
+#include "machine.h"
 #include "system_window.cpp"
 
-#include <time.h>
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -22,65 +23,6 @@ constexpr size_t FILTERED = 1000;
 constexpr char TYPED[] = "Route_07";
 constexpr double KEYSTROKE_GOAL = 16.0;
 constexpr double OPENING_GOAL = 1.3;
-
-/// What the next reading of the machine finds. To make it is no part of what is timed.
-std::vector<KernelModule> g_loaded;
-
-std::vector<KernelModule> many_modules(size_t count) {
-    std::vector<KernelModule> modules;
-    for (size_t i = 0; i < count; ++i) {
-        KernelModule m;
-        const std::string number = std::to_string(1000 + i).substr(1);
-        m.name = (i % 3 == 0 ? "net_route_" : i % 3 == 1 ? "snd_codec_" : "usb_bridge_") + number;
-        m.size = 4096 * (i % 97 + 1);
-        m.refcount = static_cast<int>(i % 4);
-        for (size_t user = 0; user < i % 4; ++user) {
-            if (user) m.used_by += ',';
-            m.used_by.append("net_route_").append(std::to_string(1000 + i / 2 + user).substr(1));
-        }
-        m.state = "Live";
-        modules.push_back(std::move(m));
-    }
-    return modules;
-}
-
-}  // namespace
-
-std::vector<KernelModule> get_loaded_modules(std::string&) {
-    return std::move(g_loaded);
-}
-
-SystemInfo get_system_info() {
-    SystemInfo si;
-    si.running_kernel = "7.2.4-bench";
-    si.arch = "x86_64";
-    si.hostname = "heron";
-    si.build_user = "ada@forge";
-    si.compiler = "gcc (Example 14.1) 14.1.0";
-    si.build_date = "Mon Mar  2 10:11:12 UTC 2026";
-    si.kernel_flags = "#1 SMP PREEMPT_DYNAMIC";
-    si.distro = "Example Linux 9";
-    si.uptime = "3 days, 4 h 5 min";
-    si.cmdline = "root=/dev/vda2 ro quiet";
-    si.installed = {{"7.2.4-bench", true, true, true}, {"7.2.3", false, true, true}, {"6.18.2", false, false, true}};
-    return si;
-}
-
-void fill_module_details(KernelModule&) {}
-
-std::string format_size(unsigned long bytes) {
-    return std::to_string(bytes / 1024) + " KB";
-}
-
-bool running_as_snap() {
-    return false;
-}
-
-std::string snap_connect_command() {
-    return {};
-}
-
-namespace {
 
 // ---- The reference: bare widgets in the shape of the window ---------------------------------------------------------
 
@@ -273,66 +215,6 @@ GtkWidget* bare_window(const std::vector<RowTexts>& rows) {
     g_object_unref(table.filter);
     g_object_unref(table.store);
     return window;
-}
-
-// ---- Clock and frames -----------------------------------------------------------------------------------------------
-
-using Clock = std::chrono::steady_clock;
-
-double since(Clock::time_point start) {
-    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
-
-/// Returns the milliseconds that this thread has worked. What other programs do shows in it only little.
-double worked() {
-    timespec time{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) / 1e6;
-}
-
-/// Runs the main loop until it has nothing left to do for a while.
-void settle() {
-    for (Clock::time_point idle = Clock::now(); since(idle) < 60;) {
-        if (g_main_context_iteration(nullptr, FALSE)) idle = Clock::now();
-    }
-}
-
-struct Frame {
-    bool drawn = false;
-    bool painted = false;
-};
-
-/// Runs the main loop until the frame in which `window` is drawn is painted, or ends the process after a minute.
-void wait_for_frame(GtkWidget* window) {
-    Frame frame;
-    gtk_widget_realize(window);
-    GdkFrameClock* frames = gtk_widget_get_frame_clock(window);
-    const auto on_draw = +[](GtkWidget*, cairo_t*, Frame* seen) -> gboolean {
-        seen->drawn = true;
-        return FALSE;
-    };
-    const auto after_paint = +[](GdkFrameClock*, Frame* seen) { seen->painted = seen->drawn; };
-    const gulong draw = g_signal_connect_after(window, "draw", G_CALLBACK(on_draw), &frame);
-    const gulong paint = g_signal_connect(frames, "after-paint", G_CALLBACK(after_paint), &frame);
-    const Clock::time_point start = Clock::now();
-    while (!frame.painted) {
-        if (since(start) > 60'000) {
-            std::fprintf(stderr, "bench_system: nothing is drawn\n");
-            std::exit(1);
-        }
-        g_main_context_iteration(nullptr, FALSE);
-    }
-    g_signal_handler_disconnect(window, draw);
-    g_signal_handler_disconnect(frames, paint);
-}
-
-/// The fastest round is the one that other programs disturbed least.
-double least(const std::vector<double>& values) {
-    return *std::ranges::min_element(values);
-}
-
-const char* verdict(bool met) {
-    return met ? "met" : "MISSED";
 }
 
 // ---- The measurements -----------------------------------------------------------------------------------------------

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Times what a user waits for: from the click on Refresh until the frame with the commits is painted, the site asked by
-// the real wget. Beside it, in turn with it, the same two wgets alone, and bare widgets with the same texts. bench/waits
-// sets the site up and runs this.
+// the real wget. Beside it, in turn with it, the same two wgets alone, with bare widgets that have the same texts.
+// bench/waits sets the site up and runs this.
 //
 //   bench_waits VERSION ROUNDS      prints the milliseconds of each round: ours, the reference
 #include "bare.h"
