@@ -206,6 +206,30 @@ void bring_in_theme() {
     g_object_notify(G_OBJECT(gtk_settings_get_default()), "gtk-theme-name");
 }
 
+/// Has GTK read it once a panel opens the menu, which takes a user longer to read than GTK the theme. Without this, the
+/// first window would wait for it. The headers of the indicator library leave both objects out.
+void bring_in_theme_with_menu() {
+    GObject* server = nullptr;
+    GObject* root = nullptr;
+    g_object_get(g_indicator, "dbus-menu-server", &server, nullptr);
+    if (server) g_object_get(server, "root-node", &root, nullptr);
+    if (root) {
+        const auto on_menu_opens = +[](GObject*, gpointer) -> gboolean {
+            // Behind the answer for which the panel waits.
+            g_idle_add(
+                [](gpointer) -> gboolean {
+                    bring_in_theme();
+                    return G_SOURCE_REMOVE;
+                },
+                nullptr);
+            return FALSE;  // the entries stay as they are
+        };
+        g_signal_connect(root, "about-to-show", G_CALLBACK(on_menu_opens), nullptr);
+        g_object_unref(root);
+    }
+    g_clear_object(&server);
+}
+
 // ---- Menu -----------------------------------------------------------------------------------------------------------
 
 /// The user has chosen another channel in the overview window. The icon follows stable, so it stays.
@@ -679,6 +703,7 @@ void app_run(int argc, char** argv) {
     app_indicator_set_icon_theme_path(g_indicator, g_icon_dir.c_str());
     app_indicator_set_status(g_indicator, APP_INDICATOR_STATUS_ACTIVE);
     app_indicator_set_menu(g_indicator, GTK_MENU(create_menu()));
+    bring_in_theme_with_menu();
     update_label();
 
     install_window_signals();

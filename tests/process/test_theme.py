@@ -64,6 +64,16 @@ def test_each_window_can_be_the_first_and_has_the_theme(machine, choose, window)
     wait_until(lambda: shows(machine, "Magenta"), "the theme's colour")
 
 
+def test_a_menu_that_opens_has_it_read_before_an_entry_is_picked(machine):
+    write_theme(machine, "Magenta")
+    probe, applet = start(machine, choose_in_environment(machine, "Magenta"))
+    assert not applet.item.menu.opens()
+    applet.settle()
+    remove_theme(machine, "Magenta")
+    probe.open(applet, ABOUT)
+    wait_until(lambda: shows(machine, "Magenta"), "the theme's colour")
+
+
 def test_the_theme_is_read_once(machine):
     write_theme(machine, "Magenta")
     probe, applet = start(machine, choose_in_environment(machine, "Magenta"))

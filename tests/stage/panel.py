@@ -76,6 +76,11 @@ class Menu:
             [self._entry(child) for child in children],
         )
 
+    def opens(self) -> bool:
+        """Tells the menu that it is about to be shown, as a panel does. Returns whether the entries are others then."""
+        (changed,) = call(self._connection, self._owner, self._path, MENU, "AboutToShow", "(i)", 0)
+        return changed
+
     def click(self, label: str) -> None:
         """Picks the entry as a panel does. Its effect comes later."""
         self.click_entry(self.entry(label))
