@@ -104,6 +104,8 @@ class Walk:
         self._pictures = 0
         self._begin = time.monotonic()
         self._icon: Icon | None = None
+        # A host may take icons before it has drawn its panel, where there is one colour until then.
+        session.hopes(lambda: len(session.screenshot().crop(host.panel).getcolors(1 << 16) or "many") > 1, PATIENCE)
         self._empty = session.still()
         self.keep(self._empty, "without")
 
