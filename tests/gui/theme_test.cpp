@@ -17,7 +17,21 @@ struct Registration {
     GdkScreen* screen;
     GtkStyleProvider* provider;
     guint priority;
+    bool old_style_listens;
 };
+
+/// Returns whether GTK's default style from before there were stylesheets learns of a change in them.
+bool old_style_listens() {
+    G_GNUC_BEGIN_IGNORE_DEPRECATIONS
+    GtkStyle* style = gtk_widget_get_default_style();
+    G_GNUC_END_IGNORE_DEPRECATIONS
+    GtkStyleContext* context = nullptr;
+    g_object_get(style, "context", &context, nullptr);
+    const auto those = static_cast<GSignalMatchType>(G_SIGNAL_MATCH_DATA | G_SIGNAL_MATCH_UNBLOCKED);
+    const gulong handler = g_signal_handler_find(context, those, 0, 0, nullptr, nullptr, style);
+    g_object_unref(context);
+    return handler != 0;
+}
 
 std::vector<Registration> g_registrations;
 int g_providers_made = 0;
@@ -48,7 +62,7 @@ extern "C" {
 void __real_gtk_style_context_add_provider_for_screen(GdkScreen*, GtkStyleProvider*, guint);
 void __wrap_gtk_style_context_add_provider_for_screen(GdkScreen*, GtkStyleProvider*, guint);
 void __wrap_gtk_style_context_add_provider_for_screen(GdkScreen* screen, GtkStyleProvider* provider, guint priority) {
-    g_registrations.push_back({screen, provider, priority});
+    g_registrations.push_back({screen, provider, priority, old_style_listens()});
     __real_gtk_style_context_add_provider_for_screen(screen, provider, priority);
 }
 
@@ -380,6 +394,15 @@ TEST(Apply, LoadsOnceAndRegistersForEachWindow) {
     EXPECT_EQ(g_providers_made, 1);
     ASSERT_EQ(g_loads.size(), 1U);
     EXPECT_EQ(g_loads[0], std::make_tuple(APP_CSS + 0, gssize{-1}, false));
+}
+
+TEST(Apply, SparesGtkTheStyleThatNobodyReads) {
+    const Owned window(gtk_window_new(GTK_WINDOW_TOPLEVEL));
+    g_registrations.clear();
+    EXPECT_TRUE(old_style_listens());
+    theme_apply(window);
+    EXPECT_FALSE(g_registrations.at(0).old_style_listens);
+    EXPECT_TRUE(old_style_listens());
 }
 
 // ---- Names ----------------------------------------------------------------------------------------------------------
