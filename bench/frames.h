@@ -27,14 +27,13 @@ inline double worked() {
 
 /// Runs the main loop until `done`, or ends the process when that takes a minute.
 inline void run_until(const std::function<bool()>& done) {
-    const Clock::time_point start = Clock::now();
-    while (!done()) {
-        if (since(start) > 60'000) {
-            std::fprintf(stderr, "nothing is drawn\n");
-            std::exit(1);
-        }
-        g_main_context_iteration(nullptr, FALSE);
-    }
+    const auto give_up = +[](gpointer) -> gboolean {
+        std::fprintf(stderr, "nothing is drawn\n");
+        std::exit(1);
+    };
+    const guint patience = g_timeout_add_seconds(60, give_up, nullptr);
+    while (!done()) g_main_context_iteration(nullptr, TRUE);
+    g_source_remove(patience);
 }
 
 /// Runs the main loop until it has nothing left to do for a while.
