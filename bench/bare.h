@@ -52,11 +52,24 @@ inline GtkWidget* bare_card(const CardTexts& texts) {
     return card;
 }
 
+/// What stands in the list while a load runs.
+inline GtkWidget* bare_loading() {
+    GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 10);
+    gtk_widget_set_halign(row, GTK_ALIGN_CENTER);
+    GtkWidget* spinner = gtk_spinner_new();
+    gtk_spinner_start(GTK_SPINNER(spinner));
+    gtk_box_pack_start(GTK_BOX(row), spinner, FALSE, FALSE, 0);
+    gtk_box_pack_start(GTK_BOX(row), bare_label("Loading changes …", false, false), FALSE, FALSE, 0);
+    return row;
+}
+
 /// A changes window of bare widgets: header, toolbar, list and buttons, the list empty.
 struct BareChanges {
     GtkWidget* window;
     GtkWidget* subtitle;
     GtkWidget* status;
+    GtkWidget* combo;
+    GtkWidget* refresh;
     GtkWidget* list;
     GtkWidget* link;
 };
@@ -97,8 +110,10 @@ inline BareChanges bare_changes() {
     bare.status = bare_label("", true, false);
     gtk_label_set_ellipsize(GTK_LABEL(bare.status), PANGO_ELLIPSIZE_END);
     gtk_box_pack_start(GTK_BOX(bar), bare.status, TRUE, TRUE, 0);
-    gtk_box_pack_end(GTK_BOX(bar), gtk_button_new_with_label("Refresh"), FALSE, FALSE, 0);
-    gtk_box_pack_end(GTK_BOX(bar), bare_combo(), FALSE, FALSE, 0);
+    bare.refresh = gtk_button_new_with_label("Refresh");
+    gtk_box_pack_end(GTK_BOX(bar), bare.refresh, FALSE, FALSE, 0);
+    bare.combo = bare_combo();
+    gtk_box_pack_end(GTK_BOX(bar), bare.combo, FALSE, FALSE, 0);
     gtk_box_pack_start(GTK_BOX(vbox), bar, FALSE, FALSE, 0);
 
     GtkWidget* scroll = gtk_scrolled_window_new(nullptr, nullptr);

@@ -42,6 +42,7 @@ def test_checks_and_windows_leave_nothing_behind_but_each_table(soak):
     assert last.threads <= first.threads
     assert last.zombies == 0
     if BUILD.name not in SANITIZERS:
-        # A leak adds to each part. On a busy machine, some 100 KB are there when one part ends and gone when another does.
+        # A leak adds to each part. On a busy machine, some 100 KB are there when one part ends, and gone when another
+        # does.
         growths = [after.heap - before.heap for before, after in pairwise(footprints)]
         assert statistics.median(growths) <= GROWTH_ALLOWED, growths
