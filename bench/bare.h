@@ -155,8 +155,8 @@ inline GtkWidget* bare_titled_card(GtkWidget* col, const char* title) {
     return card;
 }
 
-/// The overview window of bare widgets, not yet shown.
-inline GtkWidget* bare_overview() {
+/// Shows a new overview window of bare widgets. As in ours, the chosen channel's badge comes last.
+inline GtkWidget* show_bare_overview() {
     GtkWidget* window = gtk_window_new(GTK_WINDOW_TOPLEVEL);
     gtk_window_set_default_size(GTK_WINDOW(window), 470, -1);
     gtk_window_set_resizable(GTK_WINDOW(window), FALSE);
@@ -178,13 +178,14 @@ inline GtkWidget* bare_overview() {
     gtk_box_pack_start(GTK_BOX(card), bare_row("Running", bare_value("7.2.4-bench")), FALSE, FALSE, 0);
 
     card = bare_titled_card(col, "KERNHAVEN");
+    GtkWidget* chosen = nullptr;
     for (const char* channel : {"Mainline", "Stable", "Longterm"}) {
         GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 8);
         gtk_box_pack_start(GTK_BOX(row), bare_row(channel, bare_value("7.2.4")), TRUE, TRUE, 0);
         GtkWidget* badge = bare_label("panel", false, false);
         gtk_widget_set_valign(badge, GTK_ALIGN_CENTER);
         gtk_widget_set_no_show_all(badge, TRUE);
-        gtk_widget_set_visible(badge, std::string_view(channel) == "Stable");
+        if (std::string_view(channel) == "Stable") chosen = badge;
         gtk_box_pack_end(GTK_BOX(row), badge, FALSE, FALSE, 0);
         gtk_box_pack_start(GTK_BOX(card), row, FALSE, FALSE, 0);
     }
@@ -196,5 +197,7 @@ inline GtkWidget* bare_overview() {
     set_margins(btn_box, 16, 16, 0, 12);
     gtk_box_pack_end(GTK_BOX(btn_box), gtk_button_new_with_label("Close"), FALSE, FALSE, 0);
     gtk_box_pack_start(GTK_BOX(vbox), btn_box, FALSE, FALSE, 0);
+    gtk_widget_show_all(window);
+    gtk_widget_show(chosen);
     return window;
 }

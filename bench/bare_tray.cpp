@@ -11,12 +11,8 @@
 
 namespace {
 
-void open_window() {
-    gtk_widget_show_all(bare_overview());
-}
-
 gboolean on_signal(gpointer) {
-    open_window();
+    show_bare_overview();
     return G_SOURCE_CONTINUE;
 }
 
@@ -29,7 +25,7 @@ int main(int argc, char** argv) {
     app_indicator_set_status(indicator, APP_INDICATOR_STATUS_ACTIVE);
     GtkWidget* menu = gtk_menu_new();
     GtkWidget* item = gtk_menu_item_new_with_label("Settings");
-    g_signal_connect(item, "activate", G_CALLBACK(open_window), nullptr);
+    g_signal_connect(item, "activate", G_CALLBACK(show_bare_overview), nullptr);
     gtk_menu_shell_append(GTK_MENU_SHELL(menu), item);
     gtk_widget_show_all(menu);
     app_indicator_set_menu(indicator, GTK_MENU(menu));

@@ -185,8 +185,7 @@ bool compare_overviews(int rounds, AppState& state) {
 
         GtkWidget* window = nullptr;
         const Timed bare = time_window([&window] {
-            window = bare_overview();
-            gtk_widget_show_all(window);
+            window = show_bare_overview();
             return window;
         });
         gtk_widget_destroy(window);

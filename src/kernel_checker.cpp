@@ -407,7 +407,9 @@ std::string branch_of(const std::string& channel, const std::string& version) {
 
 }  // namespace
 
-KernelVersions fetch_kernel_versions() {
+// This module is compiled for speed, for its parsers' sake. What is cold waits for the network, and is compiled small.
+
+[[gnu::cold]] KernelVersions fetch_kernel_versions() {
     KernelVersions versions;
     if (!page_modified()) return versions;
 
@@ -424,7 +426,7 @@ KernelVersions fetch_kernel_versions() {
     return versions;
 }
 
-ChangeLog fetch_changelog(const std::string& channel, const std::string& known_version) {
+[[gnu::cold]] ChangeLog fetch_changelog(const std::string& channel, const std::string& known_version) {
     ChangeLog out;
     out.channel = channel;
 
