@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 /* Says when a tray program's first window is painted. Preloaded into it, it writes the time into the file that
- * FIRST_FRAME names, in nanoseconds of the monotonic clock. */
+ * FIRST_FRAME names, in nanoseconds of the monotonic clock. FIRST_FRAME_WITH may name a widget's type: then the frame
+ * counts in which the window first holds one. */
 #define _GNU_SOURCE 1
 
 #include <dlfcn.h>
@@ -24,10 +25,20 @@ static void on_painted(GdkFrameClock *frames, gpointer data) {
     fclose(file);
 }
 
+static void look_for(GtkWidget *widget, gpointer found) {
+    const char *wanted = getenv("FIRST_FRAME_WITH");
+    if (!wanted || strcmp(G_OBJECT_TYPE_NAME(widget), wanted) == 0) *(gboolean *)found = TRUE;
+    if (*(gboolean *)found || !GTK_IS_CONTAINER(widget)) return;
+    gtk_container_forall(GTK_CONTAINER(widget), look_for, found);
+}
+
 /* In the frame that is painted now. */
 static gboolean on_draw(GtkWidget *window, cairo_t *picture, gpointer data) {
     (void)picture;
     (void)data;
+    gboolean found = FALSE;
+    look_for(window, &found);
+    if (!found) return FALSE;
     g_signal_connect(gtk_widget_get_frame_clock(window), "after-paint", G_CALLBACK(on_painted), NULL);
     return FALSE;
 }
